@@ -1,0 +1,45 @@
+#include "Fiofostis/Downloader.h"
+
+#include "Fiofostis/DownloaderRules.h"
+
+#include <QDebug>
+
+void Downloader::requestFormats()
+{
+    formatLines.clear();
+    const QStringList args{QStringLiteral("--list-formats"), url};
+    qDebug() << "src/Fiofostis/FormatDL.cpp" << 16 << "requestFormats" << ":" << "Start with arguments"
+             << ":" << args;
+    processFormats = startChild(binDL, args, &Downloader::readFormats, &Downloader::gotFormats);
+}
+
+void Downloader::readFormats()
+{
+    const QString chunk = DownloaderRules::chunkText(endedChild(processFormats)->readAllStandardOutput());
+    formatLines = DownloaderRules::chunkLines(chunk);
+}
+
+void Downloader::gotFormats(int exitCode)
+{
+    // A failed listing only leaves its log line: the title query already
+    // tells the user when the address is no good.
+    if (exitCode != 0) {
+        qCritical() << "!!! ERROR: " << "src/Fiofostis/FormatDL.cpp" << 28 << "gotFormats" << ":"
+                    << "exitCode" << ":" << exitCode;
+        return;
+    }
+    fillFormatAudio();
+    options->formats.clear();
+    options->formats = DownloaderRules::parseFormats(formatLines, audioFormats);
+    options->steps.append(stepFormats);
+    if (QProcess *child = endedChild(processFormats))
+        child->deleteLater();
+    emit haveFormats();
+}
+
+void Downloader::fillFormatAudio()
+{
+    if (!audioFormats.isEmpty())
+        return;
+    audioFormats = DownloaderRules::audioFormatLabels();
+}

@@ -1,0 +1,31 @@
+#include "Fiofostis/Downloader.h"
+
+#include "Fiofostis/DownloaderRules.h"
+
+#include <QDebug>
+
+void Downloader::checkUpdates()
+{
+    const QStringList args{QStringLiteral("--update")};
+    updateOutput.clear();
+    processUpdate = startChild(binDL, args, &Downloader::readUpdate, &Downloader::gotUpdate);
+}
+
+void Downloader::readUpdate()
+{
+    // Kept for whoever wants to look at it; the exit code is the verdict.
+    updateOutput += DownloaderRules::chunkText(endedChild(processUpdate)->readAllStandardOutput());
+}
+
+void Downloader::gotUpdate(int exitCode)
+{
+    if (exitCode != 0) {
+        qCritical() << "!!! ERROR: " << "src/Fiofostis/UpdateDL.cpp" << 24 << "gotUpdate" << ":" << "exitCode"
+                    << ":" << exitCode;
+        emit hasError(errorUpdate);
+        return;
+    }
+    if (QProcess *child = endedChild(processUpdate))
+        child->deleteLater();
+    emit snifferUpdated();
+}
