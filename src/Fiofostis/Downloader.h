@@ -1,0 +1,123 @@
+#pragma once
+
+#include <QHash>
+#include <QList>
+#include <QObject>
+#include <QProcess>
+#include <QString>
+#include <QStringList>
+#include <QUrl>
+
+struct DownloaderOptions;
+
+// Drives the external downloader tool (through the launcher "run" in the
+// application folder) and ffmpeg. One child process per job; every job ends
+// in a signal.
+class Downloader : public QObject
+{
+    Q_OBJECT
+
+public:
+    enum errors {
+        errorNoLauncher = 0,
+        errorTestRun = 1,
+        errorTestTitle = 2,
+        errorTitle = 3,
+        errorUpdate = 4,
+        errorConverting = 5,
+        errorNoAudioFile = 6,
+        errorCannotRemove = 7
+    };
+    Q_ENUM(errors)
+
+    enum steps { stepIdle = 0, stepTitle = 1, stepFormats = 2, stepFile = 3, stepConverting = 4 };
+    Q_ENUM(steps)
+
+    enum FormatConvertingFrom { fromAudioExtraction = 0, fromRecording = 1 };
+    Q_ENUM(FormatConvertingFrom)
+
+    struct videoFormat
+    {
+        int code = 0;
+        bool best = false;
+        QString extension;
+        QString resolution;
+        QString description;
+    };
+
+    explicit Downloader(QObject *parent = nullptr);
+    ~Downloader() override;
+
+    bool setURL(QUrl *url);
+    void getOptions();
+    void requestFile(int format, QString outputPath);
+    void formatConverting(QString input, QString output, Downloader::FormatConvertingFrom from);
+    void checkUpdates();
+    void testIt(QString url, QString expectedTitle);
+    void stop();
+    void fillFormatAudio();
+
+    steps step = stepIdle;
+    DownloaderOptions *options = nullptr;
+    QHash<int, QString> audioFormats;
+    QString updateOutput;
+    QProcess *processUpdate = nullptr;
+    QProcess *processTest = nullptr;
+    QProcess *processTitle = nullptr;
+    QProcess *processFormats = nullptr;
+    QProcess *processFile = nullptr;
+    QProcess *processFFmpeg = nullptr;
+    QString scriptSuffix;
+    QString binDL;
+    QString url;
+    QString partFile;
+    QStringList titleLines;
+    QStringList formatLines;
+    QStringList ffmpegArgs;
+    QStringList testData;
+    FormatConvertingFrom convertingFrom = fromAudioExtraction;
+
+signals:
+    void hasError(Downloader::errors);
+    void haveOptions();
+    void haveTitle();
+    void haveFormats();
+    void haveFile();
+    void testOK();
+    void doneExtractAudio();
+    void percent(float);
+    void snifferUpdated();
+
+public slots:
+    void requestTitle();
+    void readTitle();
+    void gotTitle(int exitCode);
+    void requestFormats();
+    void readFormats();
+    void gotFormats(int exitCode);
+    void readFile();
+    void gotFile(int exitCode);
+    void readUpdate();
+    void gotUpdate(int exitCode);
+    void readFormatConverting();
+    void doneFormatConverting(int exitCode);
+    void testRead();
+    void testResult(int exitCode);
+
+private:
+    // Creates one child for one job, wires it to the job's slots and starts
+    // it; a child that cannot be started ends the job as a failed run.
+    QProcess *startChild(const QString &program, const QStringList &arguments,
+                         void (Downloader::*readSlot)(), void (Downloader::*doneSlot)(int));
+    // The child whose end is being handled: the sender, which is not always
+    // the job's field when an earlier child of the same job ends late.
+    QProcess *endedChild(QProcess *current) const;
+};
+
+struct DownloaderOptions
+{
+    QString title;
+    QString duration;
+    QList<Downloader::steps> steps;
+    QHash<int, Downloader::videoFormat> formats;
+};

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <QString>
+
+// Everything that differs between macOS and the other desktops is answered
+// here, so the rest of the program never tests the platform itself.
+namespace Platform {
+
+// True when the program runs on macOS older than major.minor. Off macOS the
+// answer is that of the newest macOS: never older.
+bool macOSOlderThan(int major, int minor);
+
+// The ffmpeg build shipped for this system: 7 before macOS 10.8, else 9.
+int ffmpegBuild();
+
+// The folder that holds per-user application data ("Library/Application
+// Support" on macOS, the XDG data home elsewhere). Created if missing, as
+// the system would have it.
+QString applicationSupportFolder();
+
+} // namespace Platform

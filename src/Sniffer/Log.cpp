@@ -1,0 +1,69 @@
+#include "Sniffer/Log.h"
+
+#include <QDesktopServices>
+#include <QDir>
+#include <QFile>
+#include <QTextStream>
+#include <QUrl>
+
+#include <cstdio>
+
+#include "Platform/Platform.h"
+#include "Sniffer/Sniffer.h"
+
+namespace Log {
+
+QString fileName(const QDate &day)
+{
+    return QStringLiteral("/log_") + QString::number(day.dayOfYear()) + QStringLiteral(".txt");
+}
+
+QString line(QtMsgType type, const QString &message)
+{
+    switch (type) {
+    case QtDebugMsg:
+        return QStringLiteral("D: %1").arg(message);
+    case QtWarningMsg:
+        return QStringLiteral("W: %1").arg(message);
+    case QtCriticalMsg:
+        return QStringLiteral("C: %1").arg(message);
+    case QtFatalMsg:
+        return QStringLiteral("F: %1").arg(message);
+    default:
+        return QString();
+    }
+}
+
+QString dataFolder()
+{
+    const QString folder = QDir::toNativeSeparators(Platform::applicationSupportFolder() + QDir::separator()
+                                                    + QStringLiteral("Vidorra") + QLatin1Char(' ')
+                                                    + QStringLiteral("2"));
+    QDir dir(folder);
+    if (!dir.exists())
+        dir.mkdir(folder);
+    return folder;
+}
+
+} // namespace Log
+
+void myMessageHandler(QtMsgType type, const QMessageLogContext &, const QString &message)
+{
+    const QByteArray raw = message.toLocal8Bit();
+    FILE *console = (type == QtCriticalMsg || type == QtFatalMsg) ? stderr : stdout;
+    std::fprintf(console, "%s\n", raw.constData());
+    std::fflush(console);
+
+    // Opened and closed for every message, so a crash loses nothing that
+    // was already logged.
+    QFile file(QDir::toNativeSeparators(Log::dataFolder() + Log::fileName(QDate::currentDate())));
+    if (file.open(QIODevice::Append | QIODevice::WriteOnly)) {
+        QTextStream out(&file);
+        out << Log::line(type, message) << '\n';
+    }
+}
+
+void Sniffer::showLogsFolder()
+{
+    QDesktopServices::openUrl(QUrl(QStringLiteral("file:///") + getApplicationDataFolder(QString())));
+}

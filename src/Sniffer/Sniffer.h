@@ -1,0 +1,201 @@
+#pragma once
+
+#include <QDialog>
+#include <QHash>
+#include <QList>
+#include <QPointer>
+#include <QSettings>
+#include <QString>
+#include <QStringList>
+
+#include "Fiofostis/Downloader.h"
+
+class QListWidgetItem;
+class QMenu;
+class QProgressBar;
+class QTimer;
+class QWidget;
+class AVFoundation;
+
+class Ui_Sniffer;
+class Ui_InsertURL;
+class Ui_Navigation;
+class Ui_OldSniffer;
+class Ui_Options;
+class Ui_Progress;
+class Ui_Settings;
+
+// The main window and the controller of every workflow of the program.
+// Each workflow lives in its own source file in this folder.
+class Sniffer : public QDialog
+{
+    Q_OBJECT
+
+public:
+    enum appLayer {
+        LayerMain = 0,
+        LayerProgress = 1,
+        LayerInsertURL = 2,
+        LayerOptions = 3,
+        LayerSettings = 4,
+        LayerOldSniffer = 5,
+        LayerUpdate = 6
+    };
+    Q_ENUM(appLayer)
+
+    // Selects the message table; callers also pass plain message numbers
+    // through it (see showErrorMessage).
+    enum appFlag : int { FlagWarning = 0, FlagError = 1, FlagDownloader = 2 };
+    Q_ENUM(appFlag)
+
+    struct menuItem
+    {
+        QString caption;
+        QString action;
+    };
+
+    struct applicationSettings
+    {
+        QHash<QString, QHash<int, QString>> tables;
+        QString settingsFile;
+        QString lockerFile;
+        QString appDataFolder;
+        QSettings *ini = nullptr;
+        QString urlTable;  // "yt_urls" or "os_urls"
+        int urlMode = 0;   // 2 video site, 1 other sites
+        QStringList errorDetails;
+    };
+
+    explicit Sniffer(QWidget *parent = nullptr);
+    ~Sniffer() override;
+
+    void start();
+    void showMainDialog();
+    void initWidgets();
+    void showLayer(Sniffer::appLayer layer);
+
+    void progressBarStart(int interval);
+    void progressBarStart();
+    void progressBarStart(int interval, bool caption);
+
+    void showErrorMessage(int number, Sniffer::appFlag selector);
+    void showErrorMessage(Sniffer::appFlag flag);
+    void showErrorMessage(Downloader::errors error);
+    void showWarningMessage(Sniffer::appFlag flag);
+
+    void setVDWindowTitle(QString text);
+
+    QString getApplicationDataFolder(QString sub);
+    void setSettingsFile();
+    void settingsInit();
+    void settingsRead();
+    void settingsRead(QString group);
+    QString tableText(const QString &group, int key) const;
+
+    void checkLocker();
+    void removeLocker();
+
+    void initClickHelp();
+    void initClickDownloadOS();
+    void initDownloader();
+    bool checkLastUpdateDate();
+
+    void setOutputVideoFile();
+    void setSaveFilePath();
+    QString GetSaveAsFullPath(QString extension);
+    QString fixExtension(const QString &name, const QString &extension);
+
+signals:
+    void downloadFinished(QString);
+
+public slots:
+    void progressBarIteration();
+    void progressBarTextIteration();
+    void stopLastProcess();
+    void showPreviousPage();
+    void showURLField();
+    void showOptions();
+    void processURL();
+    void runRecorderAV();
+    void saveRecorderAV(QString file);
+    void runOldSniffer();
+    void showOldSniffer();
+    void testSniffer();
+    void updateSniffer();
+    void postUpdateSniffer();
+    void onClickHelp();
+    void onClickHelpItem();
+    void onRightClickDownloadOS(QPoint pos);
+    void onClickDownloadOSItem();
+    void onDownloaderError(Downloader::errors error);
+    void runDownloader();
+    void postTitleRequest();
+    void postFormatsRequest();
+    void postFileRequest();
+    void postDownload();
+    void downloadVideo();
+    void downloadAudio();
+    void extractAudio();
+    void showPercents(float percent);
+    void selectSavePath();
+    void selectSaveFile();
+    void showLogsFolder();
+    void showAboutDialog();
+    void closeAboutDialog();
+    void mirelSetDefaultURL();
+    void focusChanged(QWidget *old, QWidget *now);
+    void focusOnInputURL();
+    void saveDefaultFilePath();
+    void selectDefaultFilePath();
+    void onSaveFilterSelected(const QString &filter);
+
+protected:
+    void mousePressEvent(QMouseEvent *event) override;
+
+public:
+    // Pages and widgets
+    Ui_Sniffer *ui = nullptr;
+    Ui_InsertURL *uiInsertURL = nullptr;
+    Ui_Navigation *uiNavigation = nullptr;
+    Ui_OldSniffer *uiOldSniffer = nullptr;
+    Ui_Options *uiOptions = nullptr;
+    Ui_Progress *uiProgress = nullptr;
+    Ui_Settings *uiSettings = nullptr;
+    QProgressBar *progressBar = nullptr;
+    QTimer *progressTimer = nullptr;
+    QTimer *dotsTimer = nullptr;
+    int dotsCount = 3;
+    bool dotsGrowing = true;
+    bool dotsRunning = false;
+    QHash<QWidget *, int> pageHeights;
+    QHash<appLayer, QHash<QWidget *, bool>> layers;
+    QList<appLayer> layerHistory;
+    QHash<QWidget *, QStringList> styles;
+    bool urlHintShown = false;  // the hint image of the address field is on
+    bool recordingMode = false; // the Options page saves a screen recording
+
+    // Settings
+    applicationSettings appSettings;
+
+    // Menus
+    QList<menuItem> helpMenu;
+    QMenu *helpPopup = nullptr;
+    QList<menuItem> downloadOSMenu;
+    QPointer<QDialog> aboutDialog;
+
+    // Download workflow
+    Downloader *downloader = nullptr;
+    int downloadMode = 0;
+    int saveMode = 0;
+    int snifferSaveMode = 0;
+    bool fromRecorder = false;
+    bool recorderSave = false;
+    int rememberedLayer = 0;
+    QString outputExtension;
+    QHash<int, QString> formatLabels;
+    QString outputVideoFile;
+    QString outputAudioFile;
+
+    // Recorder
+    AVFoundation *avFoundation = nullptr;
+};

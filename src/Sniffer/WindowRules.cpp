@@ -1,0 +1,93 @@
+#include "Sniffer/WindowRules.h"
+
+#include <QRegExp>
+
+namespace WindowRules {
+
+int optionsAdjustment(bool listShown, int listHeight, bool titleShown)
+{
+    int adjustment = listShown ? listHeight : 0;
+    adjustment -= titleShown ? 75 : 165;
+    return adjustment;
+}
+
+int progressNext(int value, int minimum, int maximum, quint32 random)
+{
+    int next = value + 1;
+    if (next == maximum - 1)
+        next = int(random % quint32(maximum - (minimum + 20))) + minimum + 20;
+    return next;
+}
+
+void dotsNext(int &count, bool &growing)
+{
+    const int before = count;
+    if (growing) {
+        count = before + 1;
+        if (before >= 10)
+            growing = false;
+    } else {
+        count = before - 1;
+        if (before < 3)
+            growing = true;
+    }
+}
+
+QString messageTable(int selector)
+{
+    switch (selector) {
+    case 1:
+        return QStringLiteral("error_messages");
+    case 2:
+        return QStringLiteral("error_messages_dl");
+    default:
+        return QStringLiteral("warning_messages");
+    }
+}
+
+bool isErrorSelector(int selector)
+{
+    return selector != 0;
+}
+
+MessageRow splitMessageRow(const QString &row)
+{
+    QStringList parts = row.split(QStringLiteral("~"), Qt::KeepEmptyParts, Qt::CaseSensitive);
+    if (parts.isEmpty())
+        parts << QStringLiteral("0");
+    MessageRow result;
+    result.titleNumber = parts.at(0).toInt();
+    result.text = parts.size() > 1 ? parts.at(1) : QStringLiteral("Indefinite Error");
+    return result;
+}
+
+QString errorDetailsBlock(int number, int selector, const QStringList &details)
+{
+    auto at = [&details](int i) { return i < details.size() ? details.at(i) : QStringLiteral("?"); };
+
+    const QString first = QStringLiteral("<b>error #") + QString::number(number) + QStringLiteral(":") + at(1)
+                          + QStringLiteral("</b>");
+    QString second = QStringLiteral("in '") + at(2) + QStringLiteral("' : ") + at(0);
+    if (selector == 2)
+        second.prepend(QStringLiteral("[DL] "));
+    QString third = QStringLiteral("comment: ");
+    if (details.size() < 4) {
+        third += QStringLiteral("---");
+    } else if (details.size() < 5) {
+        third += details.at(3);
+    } else {
+        third += QStringLiteral("<ul>");
+        for (int i = 3; i < details.size(); ++i)
+            third += QStringLiteral("<li>") + details.at(i) + QStringLiteral("</li>");
+        third += QStringLiteral("</ul>");
+    }
+    return QStringList{first, second, third}.join(QStringLiteral("<br>"));
+}
+
+QString messageBody(const QString &text, const QString &detailsBlock)
+{
+    return text + QStringLiteral("<br><br><hr><div style=\"font-size:10px\"><i>") + detailsBlock
+           + QStringLiteral("</i></div>");
+}
+
+} // namespace WindowRules

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <QString>
+#include <QStringList>
+
+// Small rules of the main window, kept apart from the widgets so they can
+// be checked on their own.
+namespace WindowRules {
+
+// The page heights of a layer: the sum of the visible pages; for the
+// Options page the list's height is added while it shows, and 75 (title
+// shown) or 165 (title hidden) taken off, which fits the page to its rows.
+int optionsAdjustment(bool listShown, int listHeight, bool titleShown);
+
+// The progress bar creeps up one step per tick; the tick that would reach
+// maximum - 1 throws it back to a point between minimum + 20 and maximum - 1.
+int progressNext(int value, int minimum, int maximum, quint32 random);
+
+// One tick of the "converting ..." dots: they grow to 11 and shrink to 1.
+void dotsNext(int &count, bool &growing);
+
+// Which table a message selector reads, and whether it is an error box.
+QString messageTable(int selector);
+bool isErrorSelector(int selector);
+
+// The text of a message box: the message text, then for errors the
+// technical block (number, place, comments) in small italic print.
+QString errorDetailsBlock(int number, int selector, const QStringList &details);
+QString messageBody(const QString &text, const QString &detailsBlock);
+
+// Title number and text of a message row "title~text".
+struct MessageRow
+{
+    int titleNumber;
+    QString text;
+};
+MessageRow splitMessageRow(const QString &row);
+
+} // namespace WindowRules

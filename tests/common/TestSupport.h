@@ -1,0 +1,50 @@
+#pragma once
+
+#include <QApplication>
+#include <QString>
+#include <QTemporaryDir>
+#include <QtTest>
+
+#include <functional>
+
+// A private home for one test program: HOME and the XDG folders point into
+// a temporary folder, so the program's data folder, settings and documents
+// never touch the real user's.
+class TestHome
+{
+public:
+    TestHome();
+    QString path() const { return dir.path(); }
+    // The program's data folder inside this home ("Vidorra 2").
+    QString dataFolder() const;
+    QString documentsFolder() const;
+
+private:
+    QTemporaryDir dir;
+};
+
+// The folder that holds the test executable and the tools beside it.
+QString toolFolder();
+
+// Runs `action` on the next modal widget that appears (message box, file
+// dialog), within `timeoutMs`. Returns at once; the action runs from the
+// event loop while the code under test sits in exec().
+void answerNextModal(std::function<void(QWidget *)> action, int timeoutMs = 10000);
+
+// Waits, processing events, until `condition` holds or the time is up.
+bool waitFor(std::function<bool()> condition, int timeoutMs = 15000);
+
+// Makes a short clip with the real ffmpeg; returns false if ffmpeg failed.
+bool makeClip(const QString &path, double seconds = 1.0, bool withVideo = true);
+
+#define VIDORRA_TEST_MAIN(TestObject)                                                              \
+    int main(int argc, char **argv)                                                                \
+    {                                                                                              \
+        TestHome home;                                                                             \
+        QApplication app(argc, argv);                                                              \
+        Q_INIT_RESOURCE(vidorra);                                                                  \
+        QTEST_DISABLE_KEYPAD_NAVIGATION                                                            \
+        TestObject tc;                                                                             \
+        QTEST_SET_MAIN_SOURCE_PATH                                                                 \
+        return QTest::qExec(&tc, argc, argv);                                                      \
+    }
