@@ -1,0 +1,41 @@
+#!/usr/bin/env bash
+# Installs, with apt, whatever Vidorra 2 needs to build, run and test on
+# Debian 12. Does nothing when everything is there. Run as root (or with
+# sudo available).
+set -euo pipefail
+
+packages=(
+    build-essential cmake pkg-config
+    qtbase5-dev qtbase5-dev-tools
+    ffmpeg sox libsox-fmt-all
+    yt-dlp python3
+    xvfb xauth imagemagick fonts-dejavu-core
+)
+
+missing=()
+for p in "${packages[@]}"; do
+    status=$(dpkg-query -W -f='${Status}' "$p" 2>/dev/null || true)
+    [[ "$status" == "install ok installed" ]] || missing+=("$p")
+done
+
+if [[ ${#missing[@]} -eq 0 ]]; then
+    echo "All build, run and test dependencies are installed."
+    exit 0
+fi
+
+run_as_root() {
+    if [[ $(id -u) -eq 0 ]]; then
+        "$@"
+    elif command -v sudo >/dev/null; then
+        sudo "$@"
+    else
+        echo "Missing packages: ${missing[*]}" >&2
+        echo "Run this script as root to install them." >&2
+        exit 1
+    fi
+}
+
+echo "Installing: ${missing[*]}"
+export DEBIAN_FRONTEND=noninteractive
+run_as_root apt-get update -q
+run_as_root apt-get install -y -q --no-install-recommends "${missing[@]}"
