@@ -1,0 +1,226 @@
+#include <QDebug>
+#include <QDir>
+#include <QFileInfo>
+#include <QIcon>
+#include <QKeySequence>
+#include <QListWidget>
+#include <QMessageBox>
+#include <QProgressBar>
+#include <QShortcut>
+#include <QTimer>
+
+#include "Sniffer/DownloadRules.h"
+#include "Sniffer/Sniffer.h"
+#include "ui_Options.h"
+#include "ui_Settings.h"
+
+namespace {
+
+// The recorder marks its hand-over with either flag; both mean that the
+// download buttons now save the recording.
+bool savingRecording(const Sniffer &sniffer)
+{
+    return sniffer.recorderSave || sniffer.fromRecorder;
+}
+
+} // namespace
+
+void Sniffer::initDownloader()
+{
+    downloader = new Downloader(nullptr);
+    connect(downloader, &Downloader::hasError, this, &Sniffer::onDownloaderError);
+    connect(downloader, &Downloader::percent, this, &Sniffer::showPercents);
+    connect(downloader, &Downloader::haveTitle, this, &Sniffer::postTitleRequest);
+    connect(downloader, &Downloader::haveFormats, this, &Sniffer::postFormatsRequest);
+    connect(downloader, &Downloader::haveFile, this, &Sniffer::postFileRequest);
+    connect(downloader, &Downloader::doneExtractAudio, this, &Sniffer::postDownload);
+    connect(downloader, &Downloader::snifferUpdated, this, &Sniffer::postUpdateSniffer);
+
+    auto *update = new QShortcut(QKeySequence(Qt::CTRL + Qt::Key_U), this);
+    update->setContext(Qt::WindowShortcut);
+    connect(update, &QShortcut::activated, this, &Sniffer::updateSniffer);
+
+    connect(uiOptions->btnSelectPath, &QPushButton::clicked, this, &Sniffer::selectSavePath);
+}
+
+void Sniffer::postTitleRequest()
+{
+    const DownloaderOptions *options = downloader->options;
+    uiOptions->lblTitle->setText(options->title);
+    uiOptions->inputTitle->setText(options->title);
+    uiOptions->lblDLLength->setText(options->duration);
+    if (options->duration == QLatin1String("0:00"))
+        uiOptions->lblDLLength->hide();
+    else if (uiOptions->lblDLLength->isHidden())
+        uiOptions->lblDLLength->show();
+    showLayer(LayerOptions);
+}
+
+void Sniffer::postFormatsRequest()
+{
+    QListWidget *list = uiOptions->listFormats;
+    const QHash<int, Downloader::videoFormat> &formats = downloader->options->formats;
+    list->clear();
+    formatLabels.clear();
+
+    if (formats.isEmpty()) {
+        list->hide();
+        showLayer(LayerOptions);
+        return;
+    }
+    if (formats.size() == 1) {
+        // A single format is not worth a choice; a plain audio address
+        // offers only the audio button.
+        list->hide();
+        if (formats.value(0).extension == QLatin1String("mp3")) {
+            uiOptions->btnDownloadVideo->hide();
+            uiOptions->btnDownloadVideo->setIcon(QIcon(QStringLiteral(":/btnAudioDL")));
+        }
+        showLayer(LayerOptions);
+        return;
+    }
+
+    for (auto it = formats.constBegin(); it != formats.constEnd(); ++it) {
+        const QString text = DownloadRules::formatRowText(it.value());
+        auto *item = new QListWidgetItem(QIcon(DownloadRules::formatIcon(it.value().extension)), text);
+        item->setSizeHint(QSize(120, 26));
+        list->insertItem(0, item);
+        formatLabels.insert(it.key(), text);
+    }
+    list->setIconSize(QSize(87, 23));
+    list->setCurrentRow(0);
+    list->setMinimumHeight(27 * list->count());
+    list->setMaximumHeight(27 * list->count() + 10);
+    if (list->isHidden())
+        list->show();
+    if (uiOptions->btnDownloadVideo->isHidden())
+        uiOptions->btnDownloadVideo->show();
+    uiOptions->btnDownloadVideo->setIcon(QIcon(QStringLiteral(":/btnVideoDL")));
+    showLayer(LayerOptions);
+}
+
+void Sniffer::setOutputVideoFile()
+{
+    outputVideoFile = uiOptions->selectPath->currentText() + QLatin1Char('/')
+                      + DownloadRules::outputBaseName(uiOptions->inputTitle->text());
+}
+
+void Sniffer::downloadVideo()
+{
+    downloadMode = DownloadRules::KindVideo;
+    saveMode = DownloadRules::KindVideo;
+    selectSaveFile();
+    if (savingRecording(*this)) {
+        saveRecorderAV(recordedResult);
+        return;
+    }
+    runDownloader();
+}
+
+void Sniffer::downloadAudio()
+{
+    downloadMode = DownloadRules::KindAudio;
+    saveMode = DownloadRules::KindAudio;
+    const QString audioFolder = uiSettings->pathAudio->text();
+    if (!audioFolder.isEmpty() && uiOptions->selectPath->currentText() != audioFolder) {
+        uiOptions->selectPath->insertItem(0, audioFolder);
+        uiOptions->selectPath->setCurrentIndex(0);
+    }
+    selectSaveFile();
+    if (!savingRecording(*this))
+        runDownloader();
+    else
+        saveRecorderAV(recordedResult);
+}
+
+void Sniffer::runDownloader()
+{
+    setOutputVideoFile();
+    QListWidgetItem *current = uiOptions->listFormats->currentItem();
+    const int code = DownloadRules::formatCodeForRow(formatLabels, current ? current->text() : QString());
+    outputAudioFile = outputVideoFile + QLatin1Char('.') + outputExtension;
+    outputVideoFile += QLatin1Char('.') + downloader->options->formats.value(code).extension;
+
+    // A failing download reports nothing and would leave the progress page
+    // waiting; a folder that cannot take the file is told at once instead.
+    const QString folder = QFileInfo(outputVideoFile).absolutePath();
+    if (!DownloadRules::folderWritable(folder)) {
+        const QString target = QDir::toNativeSeparators(outputVideoFile);
+        qCritical() << "!!! ERROR: " << "src/Sniffer/DownloadFile.cpp" << __LINE__ << "runDownloader"
+                    << ":" << "File " + target + " cannot be created";
+        QMessageBox::critical(this, QStringLiteral("Processing error:"),
+                              QStringLiteral("<b>File</b> <i>") + target.toHtmlEscaped()
+                                  + QStringLiteral("</i><br><b>cannot be created</b>"));
+        return;
+    }
+
+    progressBarStart();
+    downloader->requestFile(code, QDir::toNativeSeparators(outputVideoFile));
+}
+
+void Sniffer::showPercents(float percent)
+{
+    progressBar->setValue(int(percent));
+}
+
+void Sniffer::postFileRequest()
+{
+    if (downloadMode == DownloadRules::KindAudio)
+        extractAudio();
+    else
+        postDownload();
+}
+
+void Sniffer::extractAudio()
+{
+    // An audio address saved in its own container is already the wanted
+    // file; ffmpeg cannot convert a file onto itself.
+    if (outputVideoFile == outputAudioFile) {
+        postDownload();
+        return;
+    }
+    progressBarStart(100, true);
+    downloader->formatConverting(QDir::toNativeSeparators(outputVideoFile),
+                                 QDir::toNativeSeparators(outputAudioFile),
+                                 Downloader::fromAudioExtraction);
+}
+
+void Sniffer::postDownload()
+{
+    progressBar->setValue(progressBar->maximum());
+    if (progressTimer && progressTimer->isActive())
+        progressTimer->stop();
+    if (dotsTimer)
+        dotsTimer->stop();
+    dotsRunning = false;
+    setStyleSheet(QString());
+
+    QMessageBox::information(this, QStringLiteral("Processing state:"),
+                             QStringLiteral("Processing is completed"), QMessageBox::Ok);
+
+    if (!savingRecording(*this)) {
+        // A download started from the sniffed list goes back to that list.
+        if (rememberedLayer == LayerOldSniffer) {
+            rememberedLayer = LayerSettings;
+            showLayer(LayerOldSniffer);
+        } else {
+            showLayer(LayerInsertURL);
+        }
+        return;
+    }
+    recorderSave = false;
+    fromRecorder = false;
+    showLayer(LayerMain);
+}
+
+void Sniffer::onDownloaderError(Downloader::errors error)
+{
+    showLayer(LayerInsertURL);
+    const int line = __LINE__;
+    qCritical() << "!!! ERROR: " << "src/Sniffer/DownloadFile.cpp" << line << "onDownloaderError"
+                << ":" << int(error);
+    appSettings.errorDetails = QStringList{QStringLiteral("src/Sniffer/DownloadFile.cpp"),
+                                           QString::number(line),
+                                           QStringLiteral("onDownloaderError"), QString()};
+    showErrorMessage(error);
+}
