@@ -198,4 +198,5 @@ public:
 
     // Recorder
     AVFoundation *avFoundation = nullptr;
+    QString recordedResult; // the merged file of the last recording, saved from the Options page
 };
