@@ -66,7 +66,10 @@ Address normaliseAddress(const QString &typed, const QString &table, int mode,
         return result;
     }
 
-    const QString host = writtenHost(result.text);
+    QString host = result.url.host(QUrl::FullyDecoded);
+    const QString written = writtenHost(result.text);
+    if (written.compare(host, Qt::CaseInsensitive) == 0)
+        host = written;
     if (table == QLatin1String("yt_urls")) {
         QString videoId;
         if (host == QLatin1String(siteHost) || host == QLatin1String(siteBareHost)) {
