@@ -14,8 +14,11 @@ int optionsAdjustment(bool listShown, int listHeight, bool titleShown)
 int progressNext(int value, int minimum, int maximum, quint32 random)
 {
     int next = value + 1;
-    if (next == maximum - 1)
-        next = int(random % quint32(maximum - (minimum + 20))) + minimum + 20;
+    // With 0 to 100 the bar climbs to 97; the tick that would show 98 throws
+    // it back to 20 .. 98. It never gets to 99, from where the next tick
+    // would fill the bar and leave it standing still at the end.
+    if (next >= maximum - 2)
+        next = int(random % quint32(maximum - 1 - (minimum + 20))) + minimum + 20;
     return next;
 }
 

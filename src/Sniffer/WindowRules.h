@@ -13,7 +13,8 @@ namespace WindowRules {
 int optionsAdjustment(bool listShown, int listHeight, bool titleShown);
 
 // The progress bar creeps up one step per tick; the tick that would reach
-// maximum - 1 throws it back to a point between minimum + 20 and maximum - 1.
+// maximum - 2 throws it back to a point between minimum + 20 and maximum - 2
+// (20 to 98 for the bar's 0 to 100), so it never stops moving.
 int progressNext(int value, int minimum, int maximum, quint32 random);
 
 // One tick of the "converting ..." dots: they grow to 11 and shrink to 1.

@@ -1,0 +1,433 @@
+#include <QtTest>
+
+#include <QAction>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QMenu>
+#include <QMessageBox>
+#include <QProcess>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QSignalSpy>
+#include <QStackedWidget>
+#include <QTimer>
+
+#include "Sniffer/Log.h"
+#include "Sniffer/Sniffer.h"
+#include "TestSupport.h"
+#include "ui_InsertURL.h"
+#include "ui_Navigation.h"
+#include "ui_Options.h"
+#include "ui_Progress.h"
+#include "ui_Sniffer.h"
+
+// The application shell: settings and data folder, log, lock, layers,
+// progress and messages of the real window (offscreen).
+class ShellTest : public QObject
+{
+    Q_OBJECT
+
+    QString stockFile() const { return toolFolder() + "/sniffer.ini"; }
+    QString dataFolder() const { return qEnvironmentVariable("XDG_DATA_HOME") + "/Vidorra 2"; }
+    QString documents() const { return qEnvironmentVariable("HOME") + "/Documents"; }
+
+    // A message box text of the last shown box, answered by a timer.
+    QString lastBoxTitle, lastBoxText;
+    void closeNextBox()
+    {
+        answerNextModal([this](QWidget *w) {
+            if (auto *box = qobject_cast<QMessageBox *>(w)) {
+                lastBoxTitle = box->windowTitle();
+                lastBoxText = box->text();
+            }
+            w->close();
+        });
+    }
+
+private slots:
+    void firstStartConsumesTheStockFileAndSecondStartTouchesNothing()
+    {
+        QDir(dataFolder()).removeRecursively();
+        QVERIFY(QFile::copy(VIDORRA_SOURCE_DIR "/deploy/sniffer.ini", stockFile()));
+        {
+            Sniffer first;
+            const QString ini = dataFolder() + "/sniffer.ini";
+            QVERIFY(QFile::exists(ini));
+            QVERIFY2(!QFile::exists(stockFile()), "the stock file is moved, not copied");
+            QVERIFY(QDir(documents() + "/Vidorra 2/Video").exists());
+            QVERIFY(QDir(documents() + "/Vidorra 2/Audio").exists());
+            QSettings settings(ini, QSettings::IniFormat);
+            QCOMPARE(settings.value("last_update").toString(),
+                     QString::number(QDate::currentDate().dayOfYear() - 1));
+            QCOMPARE(settings.value("savepath_video").toString(), documents() + "/Vidorra 2/Video");
+            QCOMPARE(settings.value("savepath_audio").toString(), documents() + "/Vidorra 2/Audio");
+            QCOMPARE(first.appSettings.tables.size(), 10);
+            QVERIFY(first.tableText("error_messages_dl", 3).startsWith("2~"));
+            // A text with commas comes back whole.
+            QVERIFY(first.tableText("error_messages", 1).contains("address bar of your browser (it starts"));
+        }
+
+        // The user changes things; a stock file reappears beside the program.
+        {
+            QSettings settings(dataFolder() + "/sniffer.ini", QSettings::IniFormat);
+            settings.setValue("last_update", "5");
+            settings.setValue("savepath_video", "/somewhere/else");
+        }
+        QVERIFY(QFile::copy(VIDORRA_SOURCE_DIR "/deploy/sniffer.ini", stockFile()));
+        {
+            Sniffer second;
+            QSettings settings(dataFolder() + "/sniffer.ini", QSettings::IniFormat);
+            QCOMPARE(settings.value("last_update").toString(), QString("5"));
+            QCOMPARE(settings.value("savepath_video").toString(), QString("/somewhere/else"));
+            QVERIFY(QFile::exists(stockFile()));
+        }
+        QFile::remove(stockFile());
+    }
+
+    void missingStockFileStillBuildsTheWindow()
+    {
+        QDir(dataFolder()).removeRecursively();
+        QFile::remove(stockFile());
+        Sniffer sniffer;
+        sniffer.start();
+        QVERIFY(sniffer.appSettings.tables.value("error_titles").isEmpty());
+        QCOMPARE(sniffer.width(), 528);
+        QCOMPARE(sniffer.height(), 60);
+        QVERIFY(sniffer.isVisible());
+        // Messages fall back to readable defaults.
+        sniffer.appSettings.errorDetails.clear();
+        closeNextBox();
+        sniffer.showErrorMessage(42, Sniffer::FlagError);
+        QCOMPARE(lastBoxTitle, QString("Error"));
+        QVERIFY(lastBoxText.startsWith("Indefinite Error<br><br><hr>"));
+        QVERIFY(lastBoxText.contains("error #42:?</b><br>in '?' : ?<br>comment: ---"));
+    }
+
+    void tableKeysBecomeNumbers()
+    {
+        QDir(dataFolder()).removeRecursively();
+        QDir().mkpath(dataFolder());
+        {
+            QSettings settings(dataFolder() + "/sniffer.ini", QSettings::IniFormat);
+            settings.setValue("help/1", "one");
+            settings.setValue("help/2", "two");
+            settings.setValue("help/10", "ten");
+            settings.setValue("os_urls/x", "not a number");
+            settings.setValue("os_urls/0", "zero");
+        }
+        Sniffer sniffer;
+        const auto help = sniffer.appSettings.tables.value("help");
+        QCOMPARE(help.size(), 3);
+        QCOMPARE(help.value(1), QString("one"));
+        QCOMPARE(help.value(10), QString("ten"));
+        // "x" reads as 0 and shares the row with "0".
+        QCOMPARE(sniffer.appSettings.tables.value("os_urls").size(), 1);
+        QVERIFY(sniffer.appSettings.tables.contains("test_sniffer"));
+        QCOMPARE(sniffer.tableText("nothing", 1), QString());
+    }
+
+    void dataFolderIsSingleLevelAndComesBackForTheLog()
+    {
+        QDir(dataFolder()).removeRecursively();
+        Sniffer sniffer;
+        QCOMPARE(sniffer.getApplicationDataFolder("temp"), dataFolder() + "/temp");
+        QVERIFY(QDir(dataFolder() + "/temp").exists());
+        QDir(dataFolder()).removeRecursively();
+        QCOMPARE(sniffer.getApplicationDataFolder("a/b"), dataFolder() + "/a/b");
+        QVERIFY2(!QDir(dataFolder() + "/a").exists(), "only one level is created");
+
+        // Deleted while running: the next message recreates it.
+        QDir(dataFolder()).removeRecursively();
+        qInstallMessageHandler(myMessageHandler);
+        qCritical() << "!!! ERROR: " << "src/Test" << 1 << "here" << ":" << QString("critical line");
+        qDebug() << "src/Test" << 2 << "here" << ":" << QString("debug line");
+        qInstallMessageHandler(nullptr);
+        QFile log(dataFolder() + Log::fileName(QDate::currentDate()));
+        QVERIFY(log.open(QIODevice::ReadOnly));
+        const QStringList lines = QString::fromUtf8(log.readAll()).split('\n', Qt::SkipEmptyParts);
+        QCOMPARE(lines.size(), 2);
+        QCOMPARE(lines.at(0), QString("C: !!! ERROR:  src/Test 1 here : \"critical line\""));
+        QCOMPARE(lines.at(1), QString("D: src/Test 2 here : \"debug line\""));
+    }
+
+    void lockEndsASecondInstanceQuietly()
+    {
+        QDir(dataFolder()).removeRecursively();
+        // Two checks in one process: the second finds its own file.
+        QProcess child;
+        child.start(QCoreApplication::applicationFilePath(), {"--child", "lock-twice"});
+        QVERIFY(child.waitForFinished(30000));
+        QCOMPARE(child.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(child.exitCode(), 0);
+        const QString out = QString::fromLocal8Bit(child.readAllStandardOutput());
+        const QString err = QString::fromLocal8Bit(child.readAllStandardError());
+        QVERIFY2(out.contains("checkLocker : locker : ok"), qPrintable(out));
+        QVERIFY2(err.contains("instance exists"), qPrintable(err));
+        QVERIFY2(!out.contains("not reached"), "the second check ends the process");
+        QFile lock(dataFolder() + "/locker");
+        QVERIFY(lock.open(QIODevice::ReadOnly));
+        QCOMPARE(lock.readAll(), QByteArray("1"));
+    }
+
+    void removingAMissingLockShowsErrorSixAndEnds()
+    {
+        QDir(dataFolder()).removeRecursively();
+        QDir().mkpath(dataFolder());
+        QVERIFY(QFile::copy(VIDORRA_SOURCE_DIR "/deploy/sniffer.ini", dataFolder() + "/sniffer.ini"));
+        QProcess child;
+        child.start(QCoreApplication::applicationFilePath(), {"--child", "remove-missing"});
+        QVERIFY(child.waitForFinished(30000));
+        QCOMPARE(child.exitCode(), 0);
+        const QString out = QString::fromLocal8Bit(child.readAllStandardOutput());
+        QVERIFY2(out.contains("BOX Vidorra 2 could not start cleanly"), qPrintable(out));
+        QVERIFY2(out.contains("error #6:"), qPrintable(out));
+        QVERIFY2(!out.contains("not reached"), qPrintable(out));
+
+        // With a lock present it is removed and the program goes on.
+        QProcess again;
+        again.start(QCoreApplication::applicationFilePath(), {"--child", "lock-then-remove"});
+        QVERIFY(again.waitForFinished(30000));
+        QCOMPARE(again.exitCode(), 0);
+        QVERIFY(QString::fromLocal8Bit(again.readAllStandardOutput()).contains("not reached"));
+        QVERIFY(!QFile::exists(dataFolder() + "/locker"));
+    }
+
+    void layersSetTheWindowHeight()
+    {
+        Sniffer sniffer;
+        sniffer.start();
+        const QList<QPair<Sniffer::appLayer, int>> heights{{Sniffer::LayerMain, 60},
+                                                           {Sniffer::LayerInsertURL, 176},
+                                                           {Sniffer::LayerSettings, 190},
+                                                           {Sniffer::LayerOldSniffer, 230},
+                                                           {Sniffer::LayerProgress, 120},
+                                                           {Sniffer::LayerUpdate, 60}};
+        for (const auto &pair : heights) {
+            sniffer.showLayer(pair.first);
+            QCOMPARE(sniffer.height(), pair.second);
+            QCOMPARE(sniffer.ui->widgetProgress->isVisible(), pair.first == Sniffer::LayerProgress);
+            QCOMPARE(sniffer.uiNavigation->stackedWidget->currentWidget(),
+                     pair.first == Sniffer::LayerMain ? sniffer.uiNavigation->page_1
+                                                      : sniffer.uiNavigation->page_2);
+        }
+
+        // Options before the title and formats are known: nothing changes,
+        // but the step is remembered, so Back goes to the address page.
+        sniffer.showLayer(Sniffer::LayerMain);
+        sniffer.showLayer(Sniffer::LayerOptions);
+        QCOMPARE(sniffer.height(), 60);
+        QVERIFY(!sniffer.ui->widgetOptions->isVisible());
+        sniffer.showPreviousPage();
+        QCOMPARE(sniffer.layerHistory, QList<Sniffer::appLayer>{Sniffer::LayerInsertURL});
+        QCOMPARE(sniffer.height(), 176);
+
+        // With both known and a 100-pixel list: 60 + 270 + 100 - 75.
+        sniffer.downloader->options->steps = {Downloader::stepFormats, Downloader::stepTitle};
+        sniffer.uiOptions->listFormats->setFixedHeight(100);
+        sniffer.showLayer(Sniffer::LayerOptions);
+        QCOMPARE(sniffer.height(), 355);
+        QVERIFY(sniffer.uiOptions->inputTitle->isHidden());
+
+        // Recording mode: dark, title, length and list hidden.
+        sniffer.recordingMode = true;
+        sniffer.showLayer(Sniffer::LayerOptions);
+        QCOMPARE(sniffer.height(), 165);
+        QCOMPARE(sniffer.uiOptions->inputTitle->text(), QString("Screen_Capture_1"));
+        QCOMPARE(sniffer.styleSheet(), QString("background-color:#1d1d1e;"));
+        sniffer.showPreviousPage();
+        QCOMPARE(sniffer.height(), 60);
+        QVERIFY(!sniffer.recordingMode);
+
+        // Back is one step, never a walk through the history.
+        sniffer.showLayer(Sniffer::LayerInsertURL);
+        sniffer.showLayer(Sniffer::LayerSettings);
+        QTest::mouseClick(sniffer.uiNavigation->btnBack, Qt::LeftButton);
+        QCOMPARE(sniffer.height(), 60);
+        QTest::mouseClick(sniffer.uiNavigation->btnOptions, Qt::LeftButton);
+        QCOMPARE(sniffer.height(), 190);
+    }
+
+    void progressCreepsAndCancelReturnsToTheStart()
+    {
+        Sniffer sniffer;
+        sniffer.start();
+        sniffer.progressBarStart(100, false);
+        QCOMPARE(sniffer.height(), 60);
+        QVERIFY(sniffer.dotsTimer == nullptr);
+
+        sniffer.progressBarStart(10);
+        QCOMPARE(sniffer.height(), 120);
+        QVERIFY(sniffer.uiProgress->lblDots->isHidden());
+        QVERIFY(sniffer.progressTimer->isActive());
+        QVERIFY(waitFor([&] { return sniffer.progressBar->value() >= 5; }, 5000));
+
+        sniffer.progressBar->setValue(50);
+        sniffer.progressBarIteration();
+        QCOMPARE(sniffer.progressBar->value(), 51);
+        sniffer.progressBar->setValue(97);
+        sniffer.progressBarIteration();
+        QVERIFY(sniffer.progressBar->value() >= 20 && sniffer.progressBar->value() <= 98);
+
+        // Leaving the page stops the creeping timer.
+        sniffer.showLayer(Sniffer::LayerMain);
+        QVERIFY(!sniffer.progressTimer->isActive());
+
+        sniffer.progressBarStart(20, true);
+        QVERIFY(sniffer.uiProgress->lblDots->isVisible());
+        QCOMPARE(sniffer.progressBar->value(), 100);
+        QVERIFY(waitFor([&] { return sniffer.uiProgress->lblDots->text() == "....."; }, 5000));
+
+        sniffer.progressBarStart(10);
+        QTest::mouseClick(sniffer.uiProgress->btnCloseProgress, Qt::LeftButton);
+        QCOMPARE(sniffer.progressBar->value(), sniffer.progressBar->maximum());
+        QVERIFY(!sniffer.progressTimer->isActive());
+        QCOMPARE(sniffer.height(), 60);
+        sniffer.dotsTimer->stop();
+    }
+
+    void messagesComeFromTheTables()
+    {
+        QDir(dataFolder()).removeRecursively();
+        QDir().mkpath(dataFolder());
+        QVERIFY(QFile::copy(VIDORRA_SOURCE_DIR "/deploy/sniffer.ini", dataFolder() + "/sniffer.ini"));
+        Sniffer sniffer;
+        sniffer.start();
+
+        sniffer.appSettings.errorDetails = QStringList{"src/Fiofostis/X", "28", "gotTitle", "a", "b", "c"};
+        closeNextBox();
+        sniffer.showErrorMessage(Downloader::errorTitle);
+        QCOMPARE(lastBoxTitle, QString("The video could not be read"));
+        QVERIFY(lastBoxText.startsWith("The title and length of this video could not be read."));
+        QVERIFY(lastBoxText.contains("[DL] in 'gotTitle' : src/Fiofostis/X"));
+        QVERIFY(lastBoxText.contains("<ul><li>a</li><li>b</li><li>c</li></ul>"));
+
+        // A warning shows no details and leaves them alone.
+        closeNextBox();
+        sniffer.showWarningMessage(static_cast<Sniffer::appFlag>(1));
+        QCOMPARE(lastBoxTitle, QString("Please note"));
+        QVERIFY(!lastBoxText.contains("error #"));
+        QCOMPARE(sniffer.appSettings.errorDetails.size(), 6);
+
+        // The dark recording look is dropped before the box shows.
+        sniffer.setStyleSheet("background-color:#1d1d1e;");
+        closeNextBox();
+        sniffer.showErrorMessage(static_cast<Sniffer::appFlag>(4));
+        QVERIFY(sniffer.styleSheet().isEmpty());
+        QCOMPARE(lastBoxTitle, QString("Vidorra 2 could not start cleanly"));
+    }
+
+    void focusAndClicks()
+    {
+        Sniffer sniffer;
+        sniffer.start();
+        QLineEdit *url = sniffer.uiInsertURL->inputURL;
+        QLineEdit *title = sniffer.uiOptions->inputTitle;
+        const QString withHint = url->styleSheet();
+        QVERIFY(withHint.endsWith("background-image: url(:/bgURL)"));
+
+        // Without the hint flag the field keeps its look.
+        sniffer.focusChanged(nullptr, url);
+        QCOMPARE(url->styleSheet(), withHint);
+        sniffer.urlHintShown = true;
+        sniffer.focusChanged(nullptr, url);
+        QVERIFY(!url->styleSheet().contains("bgURL"));
+        QVERIFY(url->styleSheet().endsWith("border: 2px solid gray"));
+
+        // The typed title is taken when leaving the field, except straight
+        // into the address field.
+        title->setText("My own title");
+        sniffer.focusChanged(title, url);
+        QCOMPARE(sniffer.uiOptions->lblTitle->text(), QString("title"));
+        sniffer.focusChanged(title, sniffer.uiOptions->selectPath);
+        QCOMPARE(sniffer.uiOptions->lblTitle->text(), QString("My own title"));
+
+        QSignalSpy menu(&sniffer, &QWidget::customContextMenuRequested);
+        QTest::mouseClick(&sniffer, Qt::LeftButton, {}, QPoint(10, 12));
+        QCOMPARE(menu.count(), 0);
+        QTest::mouseClick(&sniffer, Qt::RightButton, {}, QPoint(10, 12));
+        QCOMPARE(menu.count(), 1);
+        QCOMPARE(menu.at(0).at(0).toPoint(), QPoint(10, 12));
+    }
+
+    void helpMenuAndAbout()
+    {
+        QDir(dataFolder()).removeRecursively();
+        QDir().mkpath(dataFolder());
+        {
+            QSettings settings(dataFolder() + "/sniffer.ini", QSettings::IniFormat);
+            settings.setValue("help/1", "Just a tip");
+            settings.setValue("help/2", "About");
+            settings.setValue("help_actions/2", "showAboutDialog");
+            settings.setValue("help/3", "Broken");
+            settings.setValue("help_actions/3", "noSuchSlot");
+            settings.setValue("last_update_v", "2023.03.04");
+        }
+        Sniffer sniffer;
+        sniffer.start();
+        QVERIFY(sniffer.windowTitle().contains("2.0.0.327"));
+        QVERIFY(sniffer.windowTitle().contains("2023.03.04"));
+        const QList<QAction *> actions = sniffer.helpPopup->actions();
+        QCOMPARE(actions.size(), 3);
+        QCOMPARE(actions.at(0)->text(), QString("Just a tip"));
+
+        closeNextBox();
+        actions.at(0)->trigger();
+        QCOMPARE(lastBoxTitle, QString("Help"));
+        QCOMPARE(lastBoxText, QString("Just a tip"));
+
+        actions.at(1)->trigger();
+        QVERIFY(sniffer.aboutDialog);
+        QCOMPARE(sniffer.aboutDialog->windowTitle(), QString("About Vidorra 2"));
+        QVERIFY(sniffer.aboutDialog->findChild<QLabel *>("lblVersion")->text().contains("2.0.0.327"));
+        auto *close = sniffer.aboutDialog->findChild<QPushButton *>("btnClose");
+        QTest::mouseClick(close, Qt::LeftButton);
+        QVERIFY(waitFor([&] { return sniffer.aboutDialog.isNull(); }, 3000));
+
+        lastBoxText.clear();
+        closeNextBox();
+        actions.at(2)->trigger();
+        QCOMPARE(lastBoxText, QString("Broken"));
+    }
+};
+
+// Child modes for the lock: the process must end by itself with status 0.
+static int runChild(const QString &mode)
+{
+    Sniffer sniffer;
+    if (mode == "lock-twice") {
+        sniffer.checkLocker();
+        sniffer.checkLocker();
+    } else if (mode == "remove-missing") {
+        answerNextModal([](QWidget *w) {
+            if (auto *box = qobject_cast<QMessageBox *>(w))
+                printf("BOX %s\n%s\n", qPrintable(box->windowTitle()), qPrintable(box->text()));
+            fflush(stdout);
+            w->close();
+        });
+        sniffer.removeLocker();
+    } else if (mode == "lock-then-remove") {
+        sniffer.checkLocker();
+        sniffer.removeLocker();
+    }
+    printf("not reached\n");
+    return 0;
+}
+
+int main(int argc, char **argv)
+{
+    const bool child = argc > 2 && QByteArray(argv[1]) == "--child";
+    std::unique_ptr<TestHome> home;
+    if (!child)
+        home = std::make_unique<TestHome>();
+    QApplication app(argc, argv);
+    Q_INIT_RESOURCE(vidorra);
+    if (child) {
+        qInstallMessageHandler(myMessageHandler);
+        return runChild(QString::fromLocal8Bit(argv[2]));
+    }
+    ShellTest test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "tst_shell.moc"
