@@ -76,6 +76,7 @@ def tearDownModule():
         except subprocess.TimeoutExpired:
             proc.kill()
             proc.wait()
+        proc.stdout.close()
     shutil.rmtree(media_dir, ignore_errors=True)
     shutil.rmtree(work_dir, ignore_errors=True)
 
