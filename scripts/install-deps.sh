@@ -9,7 +9,7 @@ packages=(
     qtbase5-dev qtbase5-dev-tools
     ffmpeg sox libsox-fmt-all
     yt-dlp python3
-    xvfb xauth imagemagick fonts-dejavu-core
+    xvfb xauth x11-utils imagemagick fonts-dejavu-core
 )
 
 missing=()
