@@ -242,11 +242,27 @@ private slots:
     {
         useScenario("[download]\npart: 4096\nout-file: recorded/progress-middle.txt\nmedia: " + clip() + "\n");
         openOptions();
-        const QString base = work.filePath("audio/Tune");
-        QVERIFY(QDir().mkpath(work.filePath("audio")));
-        answerSaveDialog(base);
+        // The default audio folder of the Settings page is where the dialog
+        // opens, so a bare name lands there.
+        const QString folder = work.filePath("audio");
+        QVERIFY(QDir().mkpath(folder));
+        sniffer->uiSettings->pathAudio->setText(folder);
+        const QString base = folder + "/Tune";
+        QString openedIn, preselected;
+        answerNextModal([&](QWidget *w) {
+            auto *dialog = qobject_cast<QFileDialog *>(w);
+            openedIn = dialog->directory().absolutePath();
+            preselected = dialog->selectedNameFilter();
+            auto *name = dialog->findChild<QLineEdit *>("fileNameEdit");
+            name->clear();
+            QTest::keyClicks(name, "Tune");
+            QTest::keyClick(name, Qt::Key_Return);
+        });
         QTest::mouseClick(sniffer->uiOptions->btnDownloadAudio, Qt::LeftButton);
+        QCOMPARE(openedIn, folder);
+        QCOMPARE(preselected, QString("MP3 (*.mp3)"));
         QCOMPARE(sniffer->outputExtension, QString("mp3"));
+        QCOMPARE(sniffer->uiOptions->selectPath->currentText(), folder);
 
         closeNextBox();
         QVERIFY(waitFor([this] { return lastBoxText == "Processing is completed"; }, 60000));
@@ -326,6 +342,51 @@ private slots:
         QVERIFY(lastBoxText.endsWith("</i><br><b>cannot be created</b>"));
         QVERIFY(onPage(sniffer->ui->widgetOptions));
         QVERIFY(calls(log, "download").isEmpty());
+    }
+
+    void sniffedListSaveAsCleansTheName()
+    {
+        const QString folder = work.filePath("sniffed");
+        QVERIFY(QDir().mkpath(folder));
+        sniffer->uiSettings->pathAudio->setText(folder);
+        sniffer->snifferSaveMode = DownloadRules::KindAudio;
+        QString title;
+        answerNextModal([&title](QWidget *w) {
+            auto *dialog = qobject_cast<QFileDialog *>(w);
+            title = dialog->windowTitle();
+            auto *name = dialog->findChild<QLineEdit *>("fileNameEdit");
+            QCOMPARE(name->text(), QString("untitled"));
+            name->clear();
+            QTest::keyClicks(name, "My_Clip - 2.mp3");
+            QTest::keyClick(name, Qt::Key_Return);
+        });
+        QCOMPARE(sniffer->GetSaveAsFullPath("mp3"), folder + "/My.Clip.2.mp3");
+        QCOMPARE(title, QString("Save File As..."));
+
+        answerNextModal([](QWidget *w) { qobject_cast<QDialog *>(w)->reject(); });
+        QCOMPARE(sniffer->GetSaveAsFullPath("mp3"), QString());
+    }
+
+    void folderChooserOfTheOptionsPage()
+    {
+        sniffer->setSaveFilePath();
+        QComboBox *folders = sniffer->uiOptions->selectPath;
+        const int before = folders->count();
+        answerNextModal([](QWidget *w) { qobject_cast<QDialog *>(w)->reject(); });
+        sniffer->selectSavePath();
+        QCOMPARE(folders->count(), before);
+
+        answerNextModal([this](QWidget *w) {
+            auto *dialog = qobject_cast<QFileDialog *>(w);
+            QCOMPARE(dialog->windowTitle(), QString("Save to Directory"));
+            dialog->setDirectory(work.path());
+            auto *buttons = dialog->findChild<QDialogButtonBox *>("buttonBox");
+            QTest::mouseClick(buttons->button(QDialogButtonBox::Open), Qt::LeftButton);
+        });
+        sniffer->selectSavePath();
+        QCOMPARE(folders->count(), before + 1);
+        QCOMPARE(folders->currentIndex(), 0);
+        QCOMPARE(folders->currentText(), work.path());
     }
 
     void saveFoldersOfTheOptionsPage()
