@@ -146,20 +146,19 @@ void Sniffer::showLayer(Sniffer::appLayer layer)
     if (strip->currentWidget() != stripPage)
         strip->setCurrentWidget(stripPage);
 
-    int height = 0;
+    QList<int> shownHeights;
     const QHash<QWidget *, bool> visible = layers.value(layer);
     for (auto it = visible.constBegin(); it != visible.constEnd(); ++it) {
-        if (!it.value()) {
+        if (it.value()) {
+            it.key()->show();
+            shownHeights.append(pageHeights.value(it.key(), 0));
+        } else {
             it.key()->hide();
-            continue;
         }
-        it.key()->show();
-        height += pageHeights.value(it.key(), 0);
-        if (it.key() == ui->widgetOptions)
-            height += WindowRules::optionsAdjustment(!uiOptions->listFormats->isHidden(),
-                                                     uiOptions->listFormats->height(),
-                                                     !uiOptions->lblTitle->isHidden());
     }
+    const int height = WindowRules::layerHeight(
+        shownHeights, visible.value(ui->widgetOptions),
+        {!uiOptions->listFormats->isHidden(), uiOptions->listFormats->height(), !uiOptions->lblTitle->isHidden()});
     setFixedHeight(height);
 
     if (ui->widgetProgress->isHidden() && progressTimer->isActive())

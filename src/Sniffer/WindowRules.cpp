@@ -11,6 +11,16 @@ int optionsAdjustment(bool listShown, int listHeight, bool titleShown)
     return adjustment;
 }
 
+int layerHeight(const QList<int> &visiblePageHeights, bool optionsVisible, const OptionsRows &rows)
+{
+    int height = 0;
+    for (int page : visiblePageHeights)
+        height += page;
+    if (optionsVisible)
+        height += optionsAdjustment(rows.listShown, rows.listHeight, rows.titleShown);
+    return height;
+}
+
 int progressNext(int value, int minimum, int maximum, quint32 random)
 {
     int next = value + 1;

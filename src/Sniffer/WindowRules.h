@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QList>
 #include <QString>
 #include <QStringList>
 
@@ -7,10 +8,19 @@
 // be checked on their own.
 namespace WindowRules {
 
-// The page heights of a layer: the sum of the visible pages; for the
-// Options page the list's height is added while it shows, and 75 (title
-// shown) or 165 (title hidden) taken off, which fits the page to its rows.
+// The Options page is fitted to its rows: the list's height is added while
+// it shows, and 75 (title shown) or 165 (title hidden) taken off.
 int optionsAdjustment(bool listShown, int listHeight, bool titleShown);
+
+// The window height of a layer: the sum of its visible pages' heights, with
+// the Options page fitted as above when it is one of them.
+struct OptionsRows
+{
+    bool listShown;
+    int listHeight;
+    bool titleShown;
+};
+int layerHeight(const QList<int> &visiblePageHeights, bool optionsVisible, const OptionsRows &rows);
 
 // The progress bar creeps up one step per tick; the tick that would reach
 // maximum - 2 throws it back to a point between minimum + 20 and maximum - 2

@@ -112,6 +112,18 @@ private slots:
         QCOMPARE(shown, expected);
     }
 
+    void layerHeightsAddUp()
+    {
+        const WindowRules::OptionsRows rows{true, 100, true};
+        QCOMPARE(WindowRules::layerHeight({60}, false, rows), 60);
+        QCOMPARE(WindowRules::layerHeight({60, 116}, false, rows), 176);
+        QCOMPARE(WindowRules::layerHeight({60, 130}, false, rows), 190);
+        QCOMPARE(WindowRules::layerHeight({60, 170}, false, rows), 230);
+        QCOMPARE(WindowRules::layerHeight({120}, false, rows), 120);
+        QCOMPARE(WindowRules::layerHeight({60, 270}, true, rows), 355);
+        QCOMPARE(WindowRules::layerHeight({60, 270}, true, {false, 100, false}), 165);
+    }
+
     void optionsPageFitsItsRows()
     {
         // Navigation 60 + Options 270, list of 100 pixels, title shown.
