@@ -62,6 +62,11 @@ void Sniffer::postFormatsRequest()
     const QHash<int, Downloader::videoFormat> &formats = downloader->options->formats;
     list->clear();
     formatLabels.clear();
+    if (formats.size() < 2) {
+        // Page switches show the list again; without rows it takes no room.
+        list->setMinimumHeight(0);
+        list->setMaximumHeight(0);
+    }
 
     if (formats.isEmpty()) {
         list->hide();

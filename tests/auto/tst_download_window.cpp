@@ -272,6 +272,30 @@ private slots:
         QCOMPARE(left, QStringList{"Tune.mp3"});
     }
 
+    void singleAudioFormatOffersOnlyAudio()
+    {
+        useScenario("[formats]\nout: [generic] Extracting\\n0 mp3 audio only (best)\n");
+        enterAddress(sniffer->uiNavigation->btnDownloaderOS, "http://127.0.0.1:9/song.mp3");
+        QVERIFY(waitFor([this] { return onPage(sniffer->ui->widgetOptions); }));
+        QCOMPARE(sniffer->uiOptions->listFormats->count(), 0);
+        QCOMPARE(sniffer->uiOptions->listFormats->height(), 0);
+        QVERIFY(!sniffer->uiOptions->btnDownloadVideo->isVisible());
+        QVERIFY(sniffer->uiOptions->btnDownloadAudio->isVisible());
+
+        // The next address with a real list brings the video button back.
+        useScenario(QString());
+        QTest::mouseClick(sniffer->uiNavigation->btnBack, Qt::LeftButton);
+        QVERIFY(onPage(sniffer->ui->widgetInsertURL));
+        QCOMPARE(sniffer->uiInsertURL->inputURL->text(), QString("http://127.0.0.1:9/song.mp3"));
+        QTest::keyClick(sniffer->uiInsertURL->inputURL, Qt::Key_A, Qt::ControlModifier);
+        QTest::keyClicks(sniffer->uiInsertURL->inputURL, "http://127.0.0.1:9/watch.html");
+        QCOMPARE(sniffer->uiInsertURL->inputURL->text(), QString("http://127.0.0.1:9/watch.html"));
+        QTest::mouseClick(sniffer->uiInsertURL->btnProcessURL, Qt::LeftButton);
+        QVERIFY(waitFor([this] { return onPage(sniffer->ui->widgetOptions); }));
+        QVERIFY(sniffer->uiOptions->btnDownloadVideo->isVisible());
+        QVERIFY(sniffer->uiOptions->listFormats->count() > 1);
+    }
+
     void unknownHostForTheVideoSite()
     {
         closeNextBox();
