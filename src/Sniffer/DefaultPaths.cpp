@@ -9,14 +9,14 @@ void Sniffer::selectDefaultFilePath()
 {
     const bool audio = sender() == uiSettings->btnSelectAudioPath;
     QLineEdit *target = audio ? uiSettings->pathAudio : uiSettings->pathVideo;
-    const QString caption = QStringLiteral("Select default file path for save ")
-                            + (audio ? QStringLiteral("audio") : QStringLiteral("video"));
+    const QString caption = QStringLiteral("Select default file path for save ") +
+                            (audio ? QStringLiteral("audio") : QStringLiteral("video"));
 
     QString start = target->text();
     if (start.isEmpty())
         start = QStandardPaths::writableLocation(QStandardPaths::DesktopLocation);
-    QString folder = QFileDialog::getExistingDirectory(
-        this, caption, start, QFileDialog::ShowDirsOnly | QFileDialog::DontResolveSymlinks);
+    QString folder = QFileDialog::getExistingDirectory(this, caption, start,
+                                                       QFileDialog::ShowDirsOnly | QFileDialog::DontResolveSymlinks);
     // A cancelled chooser still leaves a usable folder in an empty field.
     if (folder.isEmpty())
         folder = start;

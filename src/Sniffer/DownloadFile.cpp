@@ -106,8 +106,8 @@ void Sniffer::postFormatsRequest()
 
 void Sniffer::setOutputVideoFile()
 {
-    outputVideoFile = uiOptions->selectPath->currentText() + QLatin1Char('/')
-                      + DownloadRules::outputBaseName(uiOptions->inputTitle->text());
+    outputVideoFile = uiOptions->selectPath->currentText() + QLatin1Char('/') +
+                      DownloadRules::outputBaseName(uiOptions->inputTitle->text());
 }
 
 void Sniffer::downloadVideo()
@@ -151,11 +151,13 @@ void Sniffer::runDownloader()
     const QString folder = QFileInfo(outputVideoFile).absolutePath();
     if (!DownloadRules::folderWritable(folder)) {
         const QString target = QDir::toNativeSeparators(outputVideoFile);
-        qCritical() << "!!! ERROR: " << "src/Sniffer/DownloadFile.cpp" << __LINE__ << "runDownloader"
-                    << ":" << "File " + target + " cannot be created";
+        qCritical() << "!!! ERROR: "
+                    << "src/Sniffer/DownloadFile.cpp" << __LINE__ << "runDownloader"
+                    << ":"
+                    << "File " + target + " cannot be created";
         QMessageBox::critical(this, QStringLiteral("Processing error:"),
-                              QStringLiteral("<b>File</b> <i>") + target.toHtmlEscaped()
-                                  + QStringLiteral("</i><br><b>cannot be created</b>"));
+                              QStringLiteral("<b>File</b> <i>") + target.toHtmlEscaped() +
+                                  QStringLiteral("</i><br><b>cannot be created</b>"));
         return;
     }
 
@@ -185,8 +187,7 @@ void Sniffer::extractAudio()
         return;
     }
     progressBarStart(100, true);
-    downloader->formatConverting(QDir::toNativeSeparators(outputVideoFile),
-                                 QDir::toNativeSeparators(outputAudioFile),
+    downloader->formatConverting(QDir::toNativeSeparators(outputVideoFile), QDir::toNativeSeparators(outputAudioFile),
                                  Downloader::fromAudioExtraction);
 }
 
@@ -200,8 +201,8 @@ void Sniffer::postDownload()
     dotsRunning = false;
     setStyleSheet(QString());
 
-    QMessageBox::information(this, QStringLiteral("Processing state:"),
-                             QStringLiteral("Processing is completed"), QMessageBox::Ok);
+    QMessageBox::information(this, QStringLiteral("Processing state:"), QStringLiteral("Processing is completed"),
+                             QMessageBox::Ok);
 
     if (!savingRecording(*this)) {
         // A download started from the sniffed list goes back to that list.
@@ -222,10 +223,10 @@ void Sniffer::onDownloaderError(Downloader::errors error)
 {
     showLayer(LayerInsertURL);
     const int line = __LINE__;
-    qCritical() << "!!! ERROR: " << "src/Sniffer/DownloadFile.cpp" << line << "onDownloaderError"
+    qCritical() << "!!! ERROR: "
+                << "src/Sniffer/DownloadFile.cpp" << line << "onDownloaderError"
                 << ":" << int(error);
-    appSettings.errorDetails = QStringList{QStringLiteral("src/Sniffer/DownloadFile.cpp"),
-                                           QString::number(line),
+    appSettings.errorDetails = QStringList{QStringLiteral("src/Sniffer/DownloadFile.cpp"), QString::number(line),
                                            QStringLiteral("onDownloaderError"), QString()};
     showErrorMessage(error);
 }

@@ -51,12 +51,10 @@ QString cutAtHttp(const QString &typed)
 
 QString canonicalAddress(const QString &videoId)
 {
-    return QStringLiteral("https://") + QLatin1String(siteHost) + QStringLiteral("/watch?v=")
-           + videoId;
+    return QStringLiteral("https://") + QLatin1String(siteHost) + QStringLiteral("/watch?v=") + videoId;
 }
 
-Address normaliseAddress(const QString &typed, const QString &table, int mode,
-                         const QHash<int, QString> &fragments)
+Address normaliseAddress(const QString &typed, const QString &table, int mode, const QHash<int, QString> &fragments)
 {
     Address result;
     result.text = cutAtHttp(typed);
@@ -111,17 +109,15 @@ QStringList saveFilters(int saveMode, bool fromRecorder)
         if (fromRecorder)
             filters << QStringLiteral("MPEG (*.mpg)");
         filters << QStringLiteral("MPEG-4 (*.mp4)") << QStringLiteral("MPEG-4 (*.m4v)")
-                << QStringLiteral("Audio Video Interleave (*.avi)")
-                << QStringLiteral("QuickTime (*.mov)") << QStringLiteral("Matroska (*.mkv)")
-                << QStringLiteral("Windows Media (*.wmv)");
+                << QStringLiteral("Audio Video Interleave (*.avi)") << QStringLiteral("QuickTime (*.mov)")
+                << QStringLiteral("Matroska (*.mkv)") << QStringLiteral("Windows Media (*.wmv)");
     } else if (saveMode == KindAudio) {
         if (fromRecorder)
             filters << QStringLiteral("Waveform Audio (*.wav)");
         filters << QStringLiteral("MP3 (*.mp3)") << QStringLiteral("MP4 Audio (*.m4a)")
-                << QStringLiteral("Audio Interchange (*.aiff)")
-                << QStringLiteral("Windows Media (*.wma)")
-                << QStringLiteral("Free Lossless Audio (*.flac)")
-                << QStringLiteral("Advanced Audio Coding (*.aac)") << QStringLiteral("OGG (*.ogg)");
+                << QStringLiteral("Audio Interchange (*.aiff)") << QStringLiteral("Windows Media (*.wma)")
+                << QStringLiteral("Free Lossless Audio (*.flac)") << QStringLiteral("Advanced Audio Coding (*.aac)")
+                << QStringLiteral("OGG (*.ogg)");
     }
     return filters;
 }
@@ -156,8 +152,7 @@ QString cleanSaveAsPath(const QString &chosen, const QString &extension)
     base.replace(QRegExp(QStringLiteral("[^ 0-9(-)a-zA-Z\\.]")), QStringLiteral("  "));
     base = base.trimmed();
     base.replace(QRegExp(QStringLiteral("\\s{2,}")), QStringLiteral("."));
-    return QDir::fromNativeSeparators(info.absolutePath() + QDir::separator() + base
-                                      + QLatin1Char('.') + suffix);
+    return QDir::fromNativeSeparators(info.absolutePath() + QDir::separator() + base + QLatin1Char('.') + suffix);
 }
 
 QString withFilterPattern(const QString &path, const QString &filter)

@@ -26,8 +26,8 @@ enum { KindVideo = 4, KindAudio = 5 };
 // the message number to raise (error != 0).
 struct Address
 {
-    QString text;  // the typed text, trimmed and cut at the first "http"
-    QUrl url;      // valid when error is 0
+    QString text; // the typed text, trimmed and cut at the first "http"
+    QUrl url;     // valid when error is 0
     int error = 0;
     bool rebuilt = false; // the site's address was rewritten to its canonical form
 };
@@ -41,8 +41,7 @@ QString canonicalAddress(const QString &videoId);
 // `table` is "yt_urls" or "os_urls"; `mode` the number raised for an
 // address the chosen downloader does not take; `fragments` the host
 // fragments of the other-sites table.
-Address normaliseAddress(const QString &typed, const QString &table, int mode,
-                         const QHash<int, QString> &fragments);
+Address normaliseAddress(const QString &typed, const QString &table, int mode, const QHash<int, QString> &fragments);
 
 // The save filters offered for a kind, the preselected one first.
 QStringList saveFilters(int saveMode, bool fromRecorder);

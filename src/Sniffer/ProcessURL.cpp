@@ -35,17 +35,18 @@ void Sniffer::showURLField()
 void Sniffer::processURL()
 {
     const QString typed = uiInsertURL->inputURL->text();
-    DownloadRules::Address address = DownloadRules::normaliseAddress(
-        typed, appSettings.urlTable, appSettings.urlMode,
-        appSettings.tables.value(appSettings.urlTable));
+    DownloadRules::Address address = DownloadRules::normaliseAddress(typed, appSettings.urlTable, appSettings.urlMode,
+                                                                     appSettings.tables.value(appSettings.urlTable));
     qDebug() << "src/Sniffer/ProcessURL.cpp" << __LINE__ << "processURL"
-             << ":" << "user URL" << ":" << address.text;
+             << ":"
+             << "user URL"
+             << ":" << address.text;
 
     auto fail = [this](int line, int number) {
-        qCritical() << "!!! ERROR: " << "src/Sniffer/ProcessURL.cpp" << line << "processURL"
+        qCritical() << "!!! ERROR: "
+                    << "src/Sniffer/ProcessURL.cpp" << line << "processURL"
                     << ":" << number;
-        appSettings.errorDetails = QStringList{QStringLiteral("src/Sniffer/ProcessURL.cpp"),
-                                               QString::number(line),
+        appSettings.errorDetails = QStringList{QStringLiteral("src/Sniffer/ProcessURL.cpp"), QString::number(line),
                                                QStringLiteral("processURL"), QString()};
         showErrorMessage(Sniffer::appFlag(number));
     };

@@ -96,14 +96,13 @@ void Sniffer::onSaveFilterSelected(const QString &filter)
 
 void Sniffer::setSaveFilePath()
 {
-    const QString key = uiOptions->btnDownloadAudio->isHidden() ? QStringLiteral("savepath_audio")
-                                                                : QStringLiteral("savepath_video");
+    const QString key =
+        uiOptions->btnDownloadAudio->isHidden() ? QStringLiteral("savepath_audio") : QStringLiteral("savepath_video");
     const QString desktop = standardFolder(QStandardPaths::DesktopLocation);
     const QString saved = appSettings.ini ? appSettings.ini->value(key, desktop).toString() : desktop;
 
     QStringList folders{saved, standardFolder(QStandardPaths::DocumentsLocation),
-                        standardFolder(QStandardPaths::MusicLocation),
-                        standardFolder(QStandardPaths::MoviesLocation)};
+                        standardFolder(QStandardPaths::MusicLocation), standardFolder(QStandardPaths::MoviesLocation)};
     if (saved != desktop)
         folders << desktop;
 
@@ -118,9 +117,10 @@ void Sniffer::selectSavePath()
     if (start.isEmpty())
         start = standardFolder(QStandardPaths::DocumentsLocation);
     const QString folder = QFileDialog::getExistingDirectory(
-        this, tr("Save to Directory"), start,
-        QFileDialog::ShowDirsOnly | QFileDialog::DontResolveSymlinks);
-    qDebug() << "src/Sniffer/UISaveFile" << 66 << "selectSavePath" << ":" << "Add new path" << folder;
+        this, tr("Save to Directory"), start, QFileDialog::ShowDirsOnly | QFileDialog::DontResolveSymlinks);
+    qDebug() << "src/Sniffer/UISaveFile" << 66 << "selectSavePath"
+             << ":"
+             << "Add new path" << folder;
     if (folder.isEmpty())
         return;
     uiOptions->selectPath->insertItem(0, folder);

@@ -10,11 +10,16 @@ class DownloadRulesTest : public QObject
 {
     Q_OBJECT
 
-    const QHash<int, QString> otherSites{{1, QStringLiteral("vimeo.com")},
-                                         {2, QStringLiteral("127.0.0.1")}};
+    const QHash<int, QString> otherSites{{1, QStringLiteral("vimeo.com")}, {2, QStringLiteral("127.0.0.1")}};
 
-    Address site(const QString &typed) { return normaliseAddress(typed, "yt_urls", 2, {}); }
-    Address other(const QString &typed) { return normaliseAddress(typed, "os_urls", 1, otherSites); }
+    Address site(const QString &typed)
+    {
+        return normaliseAddress(typed, "yt_urls", 2, {});
+    }
+    Address other(const QString &typed)
+    {
+        return normaliseAddress(typed, "os_urls", 1, otherSites);
+    }
 
 private slots:
     void siteAddressesBecomeCanonical_data()
@@ -22,9 +27,8 @@ private slots:
         QTest::addColumn<QString>("typed");
         QTest::addColumn<QString>("address");
         QTest::addColumn<bool>("rebuilt");
-        QTest::newRow("words before the address")
-            << "look at this https://www.youtube.com/watch?v=BaW_jenozKc"
-            << "https://www.youtube.com/watch?v=BaW_jenozKc" << false;
+        QTest::newRow("words before the address") << "look at this https://www.youtube.com/watch?v=BaW_jenozKc"
+                                                  << "https://www.youtube.com/watch?v=BaW_jenozKc" << false;
         QTest::newRow("playlist and start time dropped")
             << "  http://www.youtube.com/watch?list=PL0123&v=BaW_jenozKc&t=42s  "
             << "https://www.youtube.com/watch?v=BaW_jenozKc" << true;
@@ -89,12 +93,24 @@ private slots:
         QTest::addColumn<QString>("typed");
         QTest::addColumn<QString>("extension");
         QTest::addColumn<QString>("name");
-        QTest::newRow("underscore and hyphen") << "My_Clip - 2.mp3" << "mp3" << "My.Clip.2.mp3";
-        QTest::newRow("foreign extension kept without dot") << "song.wav" << "mp3" << "songwav.mp3";
-        QTest::newRow("no dot at all") << "holiday" << "mp4" << "holiday.mp4";
-        QTest::newRow("two typed blanks") << "a  b.mp4" << "mp4" << "a.b.mp4";
-        QTest::newRow("non-ASCII letters") << "Café (live).mp3" << "mp3" << "Caf.(live).mp3";
-        QTest::newRow("extension case counts") << "Clip.MP3" << "mp3" << "ClipMP3.mp3";
+        QTest::newRow("underscore and hyphen") << "My_Clip - 2.mp3"
+                                               << "mp3"
+                                               << "My.Clip.2.mp3";
+        QTest::newRow("foreign extension kept without dot") << "song.wav"
+                                                            << "mp3"
+                                                            << "songwav.mp3";
+        QTest::newRow("no dot at all") << "holiday"
+                                       << "mp4"
+                                       << "holiday.mp4";
+        QTest::newRow("two typed blanks") << "a  b.mp4"
+                                          << "mp4"
+                                          << "a.b.mp4";
+        QTest::newRow("non-ASCII letters") << "Café (live).mp3"
+                                           << "mp3"
+                                           << "Caf.(live).mp3";
+        QTest::newRow("extension case counts") << "Clip.MP3"
+                                               << "mp3"
+                                               << "ClipMP3.mp3";
     }
     void saveAsNamesAreCleaned()
     {

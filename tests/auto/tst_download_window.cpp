@@ -38,8 +38,14 @@ class DownloadWindowTest : public QObject
     QString lastBoxTitle, lastBoxText;
     int scenarioCount = 0;
 
-    QString dataFolder() const { return qEnvironmentVariable("XDG_DATA_HOME") + "/Vidorra 2"; }
-    QString clip() const { return work.filePath("clip.mp4"); }
+    QString dataFolder() const
+    {
+        return qEnvironmentVariable("XDG_DATA_HOME") + "/Vidorra 2";
+    }
+    QString clip() const
+    {
+        return work.filePath("clip.mp4");
+    }
     QString standard(QStandardPaths::StandardLocation where) const
     {
         return QStandardPaths::writableLocation(where);
@@ -91,8 +97,7 @@ class DownloadWindowTest : public QObject
     }
 
     // Types the name into the save dialog, picks the filter and presses Save.
-    void answerSaveDialog(const QString &path, const QString &filter = QString(),
-                          std::function<void()> afterSave = {})
+    void answerSaveDialog(const QString &path, const QString &filter = QString(), std::function<void()> afterSave = {})
     {
         answerNextModal([path, filter, afterSave](QWidget *w) {
             auto *dialog = qobject_cast<QFileDialog *>(w);
@@ -122,7 +127,10 @@ class DownloadWindowTest : public QObject
         QTest::keyClick(field, Qt::Key_Return);
     }
 
-    bool onPage(QWidget *page) const { return page->isVisible(); }
+    bool onPage(QWidget *page) const
+    {
+        return page->isVisible();
+    }
 
     // Fills the Options page for the stand-in's classic listing.
     void openOptions()
@@ -189,7 +197,8 @@ private slots:
                                         "out-file: recorded/progress-start.txt\n"
                                         "out-file: recorded/progress-middle.txt\n"
                                         "out-file: recorded/progress-end.txt\n"
-                                        "media: " + clip() + "\n");
+                                        "media: " +
+                                        clip() + "\n");
         openOptions();
         QCOMPARE(calls(log, "title").value(0).last(), QString("https://www.youtube.com/watch?v=BaW_jenozKc"));
         QCOMPARE(sniffer->uiOptions->lblTitle->text(), QString("Stand in Video"));
@@ -231,8 +240,8 @@ private slots:
         QCOMPARE(sniffer->progressBar->value(), sniffer->progressBar->maximum());
 
         const QStringList download = calls(log, "download").value(0);
-        QCOMPARE(download, (QStringList{"https://www.youtube.com/watch?v=BaW_jenozKc", "-o", target,
-                                        "--format", "22"}));
+        QCOMPARE(download,
+                 (QStringList{"https://www.youtube.com/watch?v=BaW_jenozKc", "-o", target, "--format", "22"}));
         QVERIFY(QFile::exists(target));
         QVERIFY(!QFile::exists(target + ".part"));
         QCOMPARE(probeStreams(target), QString("video\naudio"));
@@ -421,9 +430,9 @@ private slots:
         QStringList listed;
         for (int i = 0; i < folders->count(); ++i)
             listed << folders->itemText(i);
-        QCOMPARE(listed, (QStringList{desktop, standard(QStandardPaths::DocumentsLocation),
-                                      standard(QStandardPaths::MusicLocation),
-                                      standard(QStandardPaths::MoviesLocation)}));
+        QCOMPARE(listed,
+                 (QStringList{desktop, standard(QStandardPaths::DocumentsLocation),
+                              standard(QStandardPaths::MusicLocation), standard(QStandardPaths::MoviesLocation)}));
         QCOMPARE(folders->currentIndex(), 0);
 
         sniffer->appSettings.ini->setValue("savepath_video", work.path());

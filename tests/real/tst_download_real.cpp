@@ -55,10 +55,10 @@ private slots:
         QVERIFY(make.waitForFinished(120000) && make.exitCode() == 0);
 
         // A page with three sources, so the Options page has a list to show.
-        QVERIFY(ffmpeg({"-i", media.filePath("clip.mp4"), "-vf", "scale=160:120", "-c:a", "copy",
-                        media.filePath("small.mp4")}));
-        QVERIFY(ffmpeg({"-i", media.filePath("clip.mp4"), "-t", "2", "-vf", "scale=160:120", "-c:v",
-                        "libvpx", "-c:a", "libvorbis", media.filePath("small.webm")}));
+        QVERIFY(ffmpeg(
+            {"-i", media.filePath("clip.mp4"), "-vf", "scale=160:120", "-c:a", "copy", media.filePath("small.mp4")}));
+        QVERIFY(ffmpeg({"-i", media.filePath("clip.mp4"), "-t", "2", "-vf", "scale=160:120", "-c:v", "libvpx", "-c:a",
+                        "libvorbis", media.filePath("small.webm")}));
         QFile page(media.filePath("three.html"));
         QVERIFY(page.open(QIODevice::WriteOnly));
         page.write("<!DOCTYPE html>\n<html><head><meta charset=\"utf-8\">"
