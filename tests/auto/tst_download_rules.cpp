@@ -167,7 +167,7 @@ private slots:
     void outputNames()
     {
         QCOMPARE(outputBaseName(""), QString("default"));
-        QCOMPARE(outputBaseName("My-Video: Part 1"), QString("My Video Part 1"));
+        QCOMPARE(outputBaseName("My-Video: Take 1"), QString("My Video Take 1"));
         QCOMPARE(outputBaseName("x").size(), 1);
         QCOMPARE(outputBaseName(QString(50, 'a')).size(), 30);
     }
