@@ -14,17 +14,6 @@
 #include "ui_Options.h"
 #include "ui_Settings.h"
 
-namespace {
-
-// The recorder marks its hand-over with either flag; both mean that the
-// download buttons now save the recording.
-bool savingRecording(const Sniffer &sniffer)
-{
-    return sniffer.recorderSave || sniffer.fromRecorder;
-}
-
-} // namespace
-
 void Sniffer::initDownloader()
 {
     downloader = new Downloader(nullptr);
@@ -62,11 +51,6 @@ void Sniffer::postFormatsRequest()
     const QHash<int, Downloader::videoFormat> &formats = downloader->options->formats;
     list->clear();
     formatLabels.clear();
-    if (formats.size() < 2) {
-        // Page switches show the list again; without rows it takes no room.
-        list->setMinimumHeight(0);
-        list->setMaximumHeight(0);
-    }
 
     if (formats.isEmpty()) {
         list->hide();
@@ -115,7 +99,7 @@ void Sniffer::downloadVideo()
     downloadMode = DownloadRules::KindVideo;
     saveMode = DownloadRules::KindVideo;
     selectSaveFile();
-    if (savingRecording(*this)) {
+    if (fromRecorder) {
         saveRecorderAV(recordedResult);
         return;
     }
@@ -132,7 +116,7 @@ void Sniffer::downloadAudio()
         uiOptions->selectPath->setCurrentIndex(0);
     }
     selectSaveFile();
-    if (!savingRecording(*this))
+    if (!fromRecorder)
         runDownloader();
     else
         saveRecorderAV(recordedResult);
@@ -204,7 +188,7 @@ void Sniffer::postDownload()
     QMessageBox::information(this, QStringLiteral("Processing state:"), QStringLiteral("Processing is completed"),
                              QMessageBox::Ok);
 
-    if (!savingRecording(*this)) {
+    if (!fromRecorder) {
         // A download started from the sniffed list goes back to that list.
         if (rememberedLayer == LayerOldSniffer) {
             rememberedLayer = LayerSettings;
@@ -214,7 +198,6 @@ void Sniffer::postDownload()
         }
         return;
     }
-    recorderSave = false;
     fromRecorder = false;
     showLayer(LayerMain);
 }

@@ -131,8 +131,10 @@ void Sniffer::showLayer(Sniffer::appLayer layer)
     if (!recordingMode) {
         setStyleSheet(QString());
         uiOptions->lblTitle->show();
-        uiOptions->lblDLLength->show();
-        uiOptions->listFormats->show();
+        // Back from recording mode the rows come back, but only those the
+        // current address has: no "0:00" length, no list for a single format.
+        uiOptions->lblDLLength->setVisible(uiOptions->lblDLLength->text() != QLatin1String("0:00"));
+        uiOptions->listFormats->setVisible(uiOptions->listFormats->count() > 0);
     } else {
         setStyleSheet(QStringLiteral("background-color:#1d1d1e;"));
         uiOptions->lblTitle->hide();

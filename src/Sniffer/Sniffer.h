@@ -188,8 +188,7 @@ public:
     int downloadMode = 0;
     int saveMode = 0;
     int snifferSaveMode = 0;
-    bool fromRecorder = false;
-    bool recorderSave = false;
+    bool fromRecorder = false; // the save dialogs serve a finished screen recording
     int rememberedLayer = 0;
     QString outputExtension;
     QHash<int, QString> formatLabels;

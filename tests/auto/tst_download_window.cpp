@@ -287,7 +287,7 @@ private slots:
         enterAddress(sniffer->uiNavigation->btnDownloaderOS, "http://127.0.0.1:9/song.mp3");
         QVERIFY(waitFor([this] { return onPage(sniffer->ui->widgetOptions); }));
         QCOMPARE(sniffer->uiOptions->listFormats->count(), 0);
-        QCOMPARE(sniffer->uiOptions->listFormats->height(), 0);
+        QVERIFY(sniffer->uiOptions->listFormats->isHidden());
         QVERIFY(!sniffer->uiOptions->btnDownloadVideo->isVisible());
         QVERIFY(sniffer->uiOptions->btnDownloadAudio->isVisible());
 

@@ -224,10 +224,15 @@ private slots:
 
         // With both known and a 100-pixel list: 60 + 270 + 100 - 75.
         sniffer.downloader->options->steps = {Downloader::stepFormats, Downloader::stepTitle};
+        sniffer.uiOptions->listFormats->addItems({"a", "b", "c"});
         sniffer.uiOptions->listFormats->setFixedHeight(100);
         sniffer.showLayer(Sniffer::LayerOptions);
         QCOMPARE(sniffer.height(), 355);
         QVERIFY(sniffer.uiOptions->inputTitle->isHidden());
+        // A length the site did not give stays hidden.
+        sniffer.uiOptions->lblDLLength->setText("0:00");
+        sniffer.showLayer(Sniffer::LayerOptions);
+        QVERIFY(sniffer.uiOptions->lblDLLength->isHidden());
 
         // Recording mode: dark, title, length and list hidden.
         sniffer.recordingMode = true;
