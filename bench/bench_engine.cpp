@@ -1,0 +1,279 @@
+// Times the engine's jobs against the same tools run directly with the same
+// arguments, on media served on 127.0.0.1. Each figure is the median of
+// paired runs (engine and direct back to back, the order alternating).
+//
+// bench_engine --media DIR [--runs N]
+//   DIR holds watch.html and big.mp4 (tests/fixtures/make_media.sh DIR --big 200).
+// The executable lies in a folder with "run" (the real launcher) and
+// "ffmpeg9_311"/"ffmpeg7_311" beside it, as the program's own folder has.
+#include "Fiofostis/Downloader.h"
+#include "Fiofostis/DownloaderRules.h"
+#include "Platform/Platform.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QEventLoop>
+#include <QFile>
+#include <QLoggingCategory>
+#include <QProcess>
+#include <QTextStream>
+#include <QTimer>
+
+#include <algorithm>
+#include <cstdio>
+#include <functional>
+
+#include <unistd.h>
+
+namespace {
+
+constexpr int timeoutMs = 10 * 60 * 1000;
+
+QTextStream out(stdout);
+
+// Runs the event loop until `done` holds; false on time-out.
+bool spin(const std::function<bool()> &done)
+{
+    QElapsedTimer clock;
+    clock.start();
+    while (!done()) {
+        if (clock.elapsed() > timeoutMs)
+            return false;
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 50);
+    }
+    return true;
+}
+
+double seconds(const QElapsedTimer &clock)
+{
+    return clock.nsecsElapsed() / 1e9;
+}
+
+// The tool started directly: a plain child with its output thrown away.
+QProcess *startDirect(const QString &program, const QStringList &args)
+{
+    auto *p = new QProcess;
+    p->setStandardOutputFile(QProcess::nullDevice());
+    p->setStandardErrorFile(QProcess::nullDevice());
+    p->start(program, args);
+    return p;
+}
+
+bool finishedOk(QProcess *p)
+{
+    return p->state() == QProcess::NotRunning;
+}
+
+double median(QList<double> v)
+{
+    std::sort(v.begin(), v.end());
+    const int n = v.size();
+    return n % 2 ? v.at(n / 2) : (v.at(n / 2 - 1) + v.at(n / 2)) / 2;
+}
+
+struct Pair
+{
+    std::function<double()> engine;
+    std::function<double()> direct;
+    std::function<void()> between;
+};
+
+double measure(const char *name, const Pair &pair, int runs)
+{
+    // One pair first to warm caches; not counted.
+    pair.engine();
+    pair.between();
+    pair.direct();
+    pair.between();
+    QList<double> engineTimes, directTimes, ratios;
+    for (int i = 0; i < runs; ++i) {
+        double e, d;
+        if (i % 2 == 0) {
+            e = pair.engine();
+            pair.between();
+            d = pair.direct();
+        } else {
+            d = pair.direct();
+            pair.between();
+            e = pair.engine();
+        }
+        pair.between();
+        engineTimes << e;
+        directTimes << d;
+        ratios << e / d;
+        out << QStringLiteral("  %1 run %2: engine %3 s, direct %4 s\n")
+                   .arg(QLatin1String(name))
+                   .arg(i + 1)
+                   .arg(e, 0, 'f', 3)
+                   .arg(d, 0, 'f', 3);
+        out.flush();
+    }
+    // The ratio is taken within each pair, so that a change of load on the
+    // machine between pairs does not count against either side.
+    const double me = median(engineTimes), md = median(directTimes);
+    const double ratio = median(ratios);
+    out << QStringLiteral("%1: engine %2 s, direct %3 s, ratio %4 (median of %5 paired runs; "
+                          "ratio of the medians %6)\n")
+               .arg(QLatin1String(name))
+               .arg(me, 0, 'f', 3)
+               .arg(md, 0, 'f', 3)
+               .arg(ratio, 0, 'f', 3)
+               .arg(runs)
+               .arg(me / md, 0, 'f', 3);
+    out.flush();
+    return ratio;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    QCoreApplication app(argc, argv);
+    // The engine's log lines would only compete with the figures.
+    QLoggingCategory::setFilterRules(QStringLiteral("default.debug=false\ndefault.critical=false"));
+    QString mediaDir;
+    int runs = 5;
+    const QStringList args = app.arguments();
+    for (int i = 1; i + 1 < args.size(); ++i) {
+        if (args.at(i) == QLatin1String("--media"))
+            mediaDir = args.at(++i);
+        else if (args.at(i) == QLatin1String("--runs"))
+            runs = std::max(5, args.at(++i).toInt());
+    }
+    if (mediaDir.isEmpty() || !QFile::exists(mediaDir + QStringLiteral("/big.mp4"))) {
+        std::fprintf(stderr, "usage: bench_engine --media DIR [--runs N]  (DIR with watch.html, big.mp4)\n");
+        return 2;
+    }
+
+    QProcess server;
+    server.start(QStringLiteral("/usr/bin/python3"),
+                 {QStringLiteral(VIDORRA_SOURCE_DIR "/tests/fixtures/media_server.py"), mediaDir, QStringLiteral("0")});
+    if (!server.waitForReadyRead(15000)) {
+        std::fprintf(stderr, "the media server did not start\n");
+        return 1;
+    }
+    const int port = QString::fromLatin1(server.readLine()).trimmed().mid(5).toInt();
+    const QString base = QStringLiteral("http://127.0.0.1:%1/").arg(port);
+    const QString page = base + QStringLiteral("watch.html");
+    const QString bigUrl = base + QStringLiteral("big.mp4");
+    const QString work = mediaDir + QStringLiteral("/work");
+    QDir().mkpath(work);
+
+    Downloader downloader;
+    const QString launcher = downloader.binDL;
+    out << "launcher: " << launcher << "\nmedia: " << base << "\n";
+    out.flush();
+
+    // (a) title and format list together.
+    Pair options;
+    options.engine = [&] {
+        Downloader d;
+        QUrl url(page);
+        d.setURL(&url);
+        bool title = false, formats = false;
+        QObject::connect(&d, &Downloader::haveTitle, [&] { title = true; });
+        QObject::connect(&d, &Downloader::haveFormats, [&] { formats = true; });
+        QElapsedTimer clock;
+        clock.start();
+        d.getOptions();
+        spin([&] { return title && formats; });
+        return seconds(clock);
+    };
+    options.direct = [&] {
+        QElapsedTimer clock;
+        clock.start();
+        QProcess *t = startDirect(launcher, {QStringLiteral("--get-title"), QStringLiteral("--get-duration"), page});
+        QProcess *f = startDirect(launcher, {QStringLiteral("--list-formats"), page});
+        spin([&] { return finishedOk(t) && finishedOk(f); });
+        const double s = seconds(clock);
+        delete t;
+        delete f;
+        return s;
+    };
+    options.between = [] {};
+
+    // (b) a download of the big file.
+    const QString target = work + QStringLiteral("/big download.mp4");
+    Pair download;
+    download.engine = [&] {
+        Downloader d;
+        QUrl url(bigUrl);
+        d.setURL(&url);
+        bool done = false;
+        QObject::connect(&d, &Downloader::haveFile, [&] { done = true; });
+        QElapsedTimer clock;
+        clock.start();
+        d.requestFile(0, target);
+        spin([&] { return done || (d.processFile && finishedOk(d.processFile)); });
+        const double s = seconds(clock);
+        if (!done)
+            out << "  (engine download failed)\n";
+        return s;
+    };
+    download.direct = [&] {
+        QElapsedTimer clock;
+        clock.start();
+        QProcess *p = startDirect(launcher, {bigUrl, QStringLiteral("-o"), target, QStringLiteral("--format"),
+                                             QStringLiteral("0")});
+        spin([&] { return finishedOk(p); });
+        const double s = seconds(clock);
+        if (p->exitCode() != 0)
+            out << "  (direct download failed)\n";
+        delete p;
+        return s;
+    };
+    download.between = [&] { QFile::remove(target); };
+
+    // (c) the audio of the big file extracted, as after an audio download.
+    const QString input = work + QStringLiteral("/downloaded.mp4");
+    const QString audio = work + QStringLiteral("/extracted.mp3");
+    const QString ffmpeg =
+        DownloaderRules::ffmpegPath(QCoreApplication::applicationDirPath(), Platform::ffmpegBuild());
+    auto freshInput = [&] {
+        // A hard link: the extraction removes its input, the original stays.
+        QFile::remove(input);
+        QFile::remove(audio);
+        const QString original = mediaDir + QStringLiteral("/big.mp4");
+        if (::link(QFile::encodeName(original).constData(), QFile::encodeName(input).constData()) != 0)
+            QFile::copy(original, input);
+    };
+    Pair conversion;
+    conversion.engine = [&] {
+        Downloader d;
+        bool done = false;
+        QObject::connect(&d, &Downloader::doneExtractAudio, [&] { done = true; });
+        QObject::connect(&d, &Downloader::hasError, [&] { done = true; });
+        QElapsedTimer clock;
+        clock.start();
+        d.formatConverting(input, audio, Downloader::fromAudioExtraction);
+        spin([&] { return done; });
+        return seconds(clock);
+    };
+    conversion.direct = [&] {
+        QElapsedTimer clock;
+        clock.start();
+        QProcess *p = startDirect(ffmpeg, DownloaderRules::ffmpegArguments(input, audio));
+        spin([&] { return finishedOk(p); });
+        const double s = seconds(clock);
+        delete p;
+        return s;
+    };
+    conversion.between = freshInput;
+
+    QList<double> ratios;
+    ratios << measure("(a) title + formats", options, runs);
+    download.between();
+    ratios << measure("(b) download 200 MB", download, runs);
+    freshInput();
+    ratios << measure("(c) audio extraction", conversion, runs);
+    QFile::remove(input);
+    QFile::remove(audio);
+    QFile::remove(target);
+
+    server.closeWriteChannel();
+    server.waitForFinished(5000);
+    const bool ok = std::all_of(ratios.begin(), ratios.end(), [](double r) { return r <= 1.05; });
+    out << (ok ? "all ratios within 1.05\n" : "some ratio above 1.05\n");
+    return ok ? 0 : 1;
+}

@@ -1,0 +1,33 @@
+#!/bin/sh
+# Builds and runs the engine benchmark.
+#
+# Usage: bench/run-bench.sh BUILD_DIR [RUNS]
+#   BUILD_DIR  an existing build folder of the project; the benchmark is
+#              built in BUILD_DIR/bench with the same build type, and its
+#              media (about 200 MB, made once) is kept in BUILD_DIR/bench/media.
+#   RUNS       paired runs per figure (at least 5, default 7).
+# Prints every paired run, then per job the medians and their ratio
+# (engine / direct). Exit code 0 when every ratio is at most 1.05.
+set -eu
+
+[ $# -ge 1 ] || { echo "usage: bench/run-bench.sh BUILD_DIR [RUNS]" >&2; exit 2; }
+build=$(cd "$1" && pwd)
+runs=${2:-7}
+root=$(cd "$(dirname "$0")/.." && pwd)
+
+type=RelWithDebInfo
+if [ -f "$build/CMakeCache.txt" ]; then
+    cached=$(sed -n 's/^CMAKE_BUILD_TYPE:[A-Z]*=//p' "$build/CMakeCache.txt")
+    [ -n "$cached" ] && type=$cached
+fi
+
+cmake -S "$root/bench" -B "$build/bench" -DCMAKE_BUILD_TYPE="$type" >/dev/null
+cmake --build "$build/bench" --target bench_engine -- -j2 >/dev/null
+
+media=$build/bench/media
+if [ ! -f "$media/big.mp4" ] || [ ! -f "$media/watch.html" ]; then
+    echo "making media in $media ..."
+    sh "$root/tests/fixtures/make_media.sh" "$media" --big 200
+fi
+
+exec "$build/bench/app/bench_engine" --media "$media" --runs "$runs"
