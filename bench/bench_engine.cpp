@@ -214,8 +214,8 @@ int main(int argc, char **argv)
     download.direct = [&] {
         QElapsedTimer clock;
         clock.start();
-        QProcess *p = startDirect(launcher, {bigUrl, QStringLiteral("-o"), target, QStringLiteral("--format"),
-                                             QStringLiteral("0")});
+        QProcess *p = startDirect(
+            launcher, {bigUrl, QStringLiteral("-o"), target, QStringLiteral("--format"), QStringLiteral("0")});
         spin([&] { return finishedOk(p); });
         const double s = seconds(clock);
         if (p->exitCode() != 0)
@@ -228,8 +228,7 @@ int main(int argc, char **argv)
     // (c) the audio of the big file extracted, as after an audio download.
     const QString input = work + QStringLiteral("/downloaded.mp4");
     const QString audio = work + QStringLiteral("/extracted.mp3");
-    const QString ffmpeg =
-        DownloaderRules::ffmpegPath(QCoreApplication::applicationDirPath(), Platform::ffmpegBuild());
+    const QString ffmpeg = DownloaderRules::ffmpegPath(QCoreApplication::applicationDirPath(), Platform::ffmpegBuild());
     auto freshInput = [&] {
         // A hard link: the extraction removes its input, the original stays.
         QFile::remove(input);

@@ -66,8 +66,8 @@ void Downloader::stop()
     }
 }
 
-QProcess *Downloader::startChild(const QString &program, const QStringList &arguments,
-                                 void (Downloader::*readSlot)(), void (Downloader::*doneSlot)(int))
+QProcess *Downloader::startChild(const QString &program, const QStringList &arguments, void (Downloader::*readSlot)(),
+                                 void (Downloader::*doneSlot)(int))
 {
     auto *process = new QProcess;
     connect(process, &QProcess::readyReadStandardOutput, this, readSlot);
@@ -78,8 +78,7 @@ QProcess *Downloader::startChild(const QString &program, const QStringList &argu
         if (error != QProcess::FailedToStart)
             return;
         QMetaObject::invokeMethod(
-            this, [this, doneSlot]() { (this->*doneSlot)(notStartedExitCode); },
-            Qt::QueuedConnection);
+            this, [this, doneSlot]() { (this->*doneSlot)(notStartedExitCode); }, Qt::QueuedConnection);
     });
     process->start(program, arguments, QIODevice::ReadWrite);
     return process;

@@ -47,17 +47,14 @@ QHash<int, QString> audioFormatLabels()
         int code;
         const char *label;
     } table[] = {
-        {5, "MP3 64 KBps"},       {6, "MP3 64 KBps"},       {13, "AAC N/A"},
-        {17, "AAC 24 KBps"},      {18, "AAC 96 KBps"},      {22, "AAC 192 KBps"},
-        {34, "AAC 128 KBps"},     {35, "AAC 128 KBps"},     {36, "AAC 36 KBps"},
-        {37, "AAC 192 KBps"},     {38, "AAC 192 KBps"},     {43, "Vorbis 128 KBps"},
-        {44, "Vorbis 128 KBps"},  {45, "Vorbis 192 KBps"},  {46, "Vorbis 192 KBps"},
-        {82, "AAC 96 KBps"},      {83, "AAC 96 KBps"},      {84, "AAC 192 KBps"},
-        {85, "AAC 192 KBps"},     {100, "Vorbis 128 KBps"}, {101, "Vorbis 192 KBps"},
-        {102, "Vorbis 192 KBps"}, {92, "AAC 48 KBps"},      {93, "AAC 128 KBps"},
-        {94, "AAC 128 KBps"},     {95, "AAC 256 KBps"},     {96, "AAC 256 KBps"},
-        {120, "AAC 128 KBps"},    {127, "AAC 96 KBps"},     {128, "AAC 96 KBps"},
-        {132, "AAC 48 KBps"},     {151, "AAC 24 KBps"},
+        {5, "MP3 64 KBps"},       {6, "MP3 64 KBps"},       {13, "AAC N/A"},         {17, "AAC 24 KBps"},
+        {18, "AAC 96 KBps"},      {22, "AAC 192 KBps"},     {34, "AAC 128 KBps"},    {35, "AAC 128 KBps"},
+        {36, "AAC 36 KBps"},      {37, "AAC 192 KBps"},     {38, "AAC 192 KBps"},    {43, "Vorbis 128 KBps"},
+        {44, "Vorbis 128 KBps"},  {45, "Vorbis 192 KBps"},  {46, "Vorbis 192 KBps"}, {82, "AAC 96 KBps"},
+        {83, "AAC 96 KBps"},      {84, "AAC 192 KBps"},     {85, "AAC 192 KBps"},    {100, "Vorbis 128 KBps"},
+        {101, "Vorbis 192 KBps"}, {102, "Vorbis 192 KBps"}, {92, "AAC 48 KBps"},     {93, "AAC 128 KBps"},
+        {94, "AAC 128 KBps"},     {95, "AAC 256 KBps"},     {96, "AAC 256 KBps"},    {120, "AAC 128 KBps"},
+        {127, "AAC 96 KBps"},     {128, "AAC 96 KBps"},     {132, "AAC 48 KBps"},    {151, "AAC 24 KBps"},
     };
     QHash<int, QString> labels;
     for (const auto &entry : table)
@@ -65,8 +62,7 @@ QHash<int, QString> audioFormatLabels()
     return labels;
 }
 
-bool parseFormatLine(const QString &line, const QHash<int, QString> &audioFormats,
-                     Downloader::videoFormat *row)
+bool parseFormatLine(const QString &line, const QHash<int, QString> &audioFormats, Downloader::videoFormat *row)
 {
     // Separate video-only and audio-only streams cannot be saved as one
     // file, so they are not offered.
@@ -110,8 +106,7 @@ bool parseFormatLine(const QString &line, const QHash<int, QString> &audioFormat
     return true;
 }
 
-QHash<int, Downloader::videoFormat> parseFormats(const QStringList &lines,
-                                                 const QHash<int, QString> &audioFormats)
+QHash<int, Downloader::videoFormat> parseFormats(const QStringList &lines, const QHash<int, QString> &audioFormats)
 {
     QHash<int, Downloader::videoFormat> formats;
     for (const QString &line : lines) {
@@ -137,8 +132,7 @@ QStringList ffmpegArguments(const QString &input, const QString &output)
     QStringList args{QStringLiteral("-i"), input};
     if (suffix != QLatin1String("mov"))
         args << QStringLiteral("-level") << QStringLiteral("3.1");
-    if (suffix == QLatin1String("mp4") || suffix == QLatin1String("m4v")
-        || suffix == QLatin1String("mkv")) {
+    if (suffix == QLatin1String("mp4") || suffix == QLatin1String("m4v") || suffix == QLatin1String("mkv")) {
         args << QStringLiteral("-vcodec") << QStringLiteral("mpeg4");
     } else if (suffix == QLatin1String("flv")) {
         args << QStringLiteral("-vcodec") << QStringLiteral("flv");
@@ -158,8 +152,8 @@ QString launcherPath(const QString &folder)
 
 QString ffmpegPath(const QString &folder, int build)
 {
-    return QDir::toNativeSeparators(folder) + QDir::separator() + QStringLiteral("ffmpeg")
-           + QString::number(build) + QStringLiteral("_311");
+    return QDir::toNativeSeparators(folder) + QDir::separator() + QStringLiteral("ffmpeg") + QString::number(build) +
+           QStringLiteral("_311");
 }
 
 } // namespace DownloaderRules

@@ -39,13 +39,11 @@ QHash<int, QString> audioFormatLabels();
 // One line of the format listing. Returns false for lines that are not
 // offered (bracketed information lines, "DASH" streams, the header);
 // otherwise fills `row`.
-bool parseFormatLine(const QString &line, const QHash<int, QString> &audioFormats,
-                     Downloader::videoFormat *row);
+bool parseFormatLine(const QString &line, const QHash<int, QString> &audioFormats, Downloader::videoFormat *row);
 
 // The whole listing, keyed by format code; a later line with the same code
 // replaces an earlier one.
-QHash<int, Downloader::videoFormat> parseFormats(const QStringList &lines,
-                                                 const QHash<int, QString> &audioFormats);
+QHash<int, Downloader::videoFormat> parseFormats(const QStringList &lines, const QHash<int, QString> &audioFormats);
 
 // The progress figure of one download chunk: the text between the first
 // "]" and the first "%" as a number, 0 when it is none.

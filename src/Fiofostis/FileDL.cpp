@@ -9,9 +9,11 @@ void Downloader::requestFile(int format, QString outputPath)
     // The tool keeps the unfinished file under this name; it is only needed
     // to clean up after a stop.
     partFile = outputPath + QStringLiteral(".part");
-    const QStringList args{url, QStringLiteral("-o"), outputPath, QStringLiteral("--format"),
-                           QString::number(format)};
-    qDebug() << "src/Fiofostis/FileDL.cpp" << 16 << "requestFile" << ":" << "Download file" << ":" << args;
+    const QStringList args{url, QStringLiteral("-o"), outputPath, QStringLiteral("--format"), QString::number(format)};
+    qDebug() << "src/Fiofostis/FileDL.cpp" << 16 << "requestFile"
+             << ":"
+             << "Download file"
+             << ":" << args;
     processFile = startChild(binDL, args, &Downloader::readFile, &Downloader::gotFile);
     step = stepFile;
 }
@@ -27,7 +29,10 @@ void Downloader::gotFile(int exitCode)
     // No error for the user here: the step stays at "downloading", so a
     // later stop still removes the partial file.
     if (exitCode != 0) {
-        qCritical() << "!!! ERROR: " << "src/Fiofostis/FileDL.cpp" << 32 << "gotFile" << ":" << "exitCode"
+        qCritical() << "!!! ERROR: "
+                    << "src/Fiofostis/FileDL.cpp" << 32 << "gotFile"
+                    << ":"
+                    << "exitCode"
                     << ":" << exitCode;
         return;
     }

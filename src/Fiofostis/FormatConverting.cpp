@@ -15,12 +15,16 @@ void Downloader::formatConverting(QString input, QString output, Downloader::For
         DownloaderRules::ffmpegPath(QCoreApplication::applicationDirPath(), Platform::ffmpegBuild());
     ffmpegArgs = DownloaderRules::ffmpegArguments(input, output);
     step = stepConverting;
-    qDebug() << "src/Fiofostis/FormatConverting.cpp" << 61 << "formatConverting" << ":" << "binFFmpeg"
+    qDebug() << "src/Fiofostis/FormatConverting.cpp" << 61 << "formatConverting"
+             << ":"
+             << "binFFmpeg"
              << ":" << binFFmpeg;
-    qDebug() << "src/Fiofostis/FormatConverting.cpp" << 62 << "formatConverting" << ":" << "params"
+    qDebug() << "src/Fiofostis/FormatConverting.cpp" << 62 << "formatConverting"
+             << ":"
+             << "params"
              << ":" << ffmpegArgs;
-    processFFmpeg = startChild(binFFmpeg, ffmpegArgs, &Downloader::readFormatConverting,
-                               &Downloader::doneFormatConverting);
+    processFFmpeg =
+        startChild(binFFmpeg, ffmpegArgs, &Downloader::readFormatConverting, &Downloader::doneFormatConverting);
 }
 
 void Downloader::readFormatConverting()
@@ -32,7 +36,9 @@ void Downloader::readFormatConverting()
 
 void Downloader::doneFormatConverting(int exitCode)
 {
-    qDebug() << "src/Fiofostis/FormatConverting.cpp" << 82 << "doneFormatConverting" << ":" << "exitCode"
+    qDebug() << "src/Fiofostis/FormatConverting.cpp" << 82 << "doneFormatConverting"
+             << ":"
+             << "exitCode"
              << ":" << exitCode;
     if (QProcess *child = endedChild(processFFmpeg))
         child->deleteLater();
@@ -40,8 +46,11 @@ void Downloader::doneFormatConverting(int exitCode)
 
     if (exitCode != 0) {
         emit hasError(errorConverting);
-        qCritical() << "!!! ERROR: " << "src/Fiofostis/FormatConverting.cpp" << 88 << "doneFormatConverting"
-                    << ":" << "exitCode" << ":" << exitCode;
+        qCritical() << "!!! ERROR: "
+                    << "src/Fiofostis/FormatConverting.cpp" << 88 << "doneFormatConverting"
+                    << ":"
+                    << "exitCode"
+                    << ":" << exitCode;
         return;
     }
 
@@ -54,8 +63,10 @@ void Downloader::doneFormatConverting(int exitCode)
     }
 
     if (!QFile::exists(ffmpegArgs.last())) {
-        qCritical() << "!!! ERROR: " << "src/Fiofostis/FormatConverting.cpp" << 96 << "doneFormatConverting"
-                    << ":" << "no audio file";
+        qCritical() << "!!! ERROR: "
+                    << "src/Fiofostis/FormatConverting.cpp" << 96 << "doneFormatConverting"
+                    << ":"
+                    << "no audio file";
         emit hasError(errorNoAudioFile);
         return;
     }
@@ -67,9 +78,14 @@ void Downloader::doneFormatConverting(int exitCode)
         emit doneExtractAudio();
         return;
     }
-    qCritical() << "!!! ERROR: " << "src/Fiofostis/FormatConverting.cpp" << 111 << "doneFormatConverting"
-                << ":" << "cannot remove";
-    qCritical() << "!!! ERROR: " << "src/Fiofostis/FormatConverting.cpp" << 112 << "doneFormatConverting"
-                << ":" << "file" << ":" << downloaded;
+    qCritical() << "!!! ERROR: "
+                << "src/Fiofostis/FormatConverting.cpp" << 111 << "doneFormatConverting"
+                << ":"
+                << "cannot remove";
+    qCritical() << "!!! ERROR: "
+                << "src/Fiofostis/FormatConverting.cpp" << 112 << "doneFormatConverting"
+                << ":"
+                << "file"
+                << ":" << downloaded;
     emit hasError(errorCannotRemove);
 }

@@ -8,7 +8,9 @@ void Downloader::requestFormats()
 {
     formatLines.clear();
     const QStringList args{QStringLiteral("--list-formats"), url};
-    qDebug() << "src/Fiofostis/FormatDL.cpp" << 16 << "requestFormats" << ":" << "Start with arguments"
+    qDebug() << "src/Fiofostis/FormatDL.cpp" << 16 << "requestFormats"
+             << ":"
+             << "Start with arguments"
              << ":" << args;
     processFormats = startChild(binDL, args, &Downloader::readFormats, &Downloader::gotFormats);
 }
@@ -24,8 +26,11 @@ void Downloader::gotFormats(int exitCode)
     // A failed listing only leaves its log line: the title query already
     // tells the user when the address is no good.
     if (exitCode != 0) {
-        qCritical() << "!!! ERROR: " << "src/Fiofostis/FormatDL.cpp" << 28 << "gotFormats" << ":"
-                    << "exitCode" << ":" << exitCode;
+        qCritical() << "!!! ERROR: "
+                    << "src/Fiofostis/FormatDL.cpp" << 28 << "gotFormats"
+                    << ":"
+                    << "exitCode"
+                    << ":" << exitCode;
         return;
     }
     fillFormatAudio();

@@ -11,7 +11,10 @@ void Downloader::testIt(QString address, QString expectedTitle)
     // The self-test shares the title query's line list and starts it empty.
     titleLines.clear();
     const QStringList args{QStringLiteral("--get-title"), address};
-    qDebug() << "src/Fiofostis/TestDL.cpp" << 19 << "testIt" << ":" << "Start with arguments" << ":" << args;
+    qDebug() << "src/Fiofostis/TestDL.cpp" << 19 << "testIt"
+             << ":"
+             << "Start with arguments"
+             << ":" << args;
     processTest = startChild(binDL, args, &Downloader::testRead, &Downloader::testResult);
 }
 
@@ -23,7 +26,10 @@ void Downloader::testRead()
 void Downloader::testResult(int exitCode)
 {
     if (exitCode != 0) {
-        qCritical() << "!!! ERROR: " << "src/Fiofostis/TestDL.cpp" << 31 << "testResult" << ":" << "exitCode"
+        qCritical() << "!!! ERROR: "
+                    << "src/Fiofostis/TestDL.cpp" << 31 << "testResult"
+                    << ":"
+                    << "exitCode"
                     << ":" << exitCode;
         emit hasError(errorTestRun);
         return;
@@ -37,7 +43,10 @@ void Downloader::testResult(int exitCode)
         return;
     }
     // 111 marks a mismatch in the log where a failed run has its exit code.
-    qCritical() << "!!! ERROR: " << "src/Fiofostis/TestDL.cpp" << 37 << "testResult" << ":" << "exitCode"
+    qCritical() << "!!! ERROR: "
+                << "src/Fiofostis/TestDL.cpp" << 37 << "testResult"
+                << ":"
+                << "exitCode"
                 << ":" << 111;
     emit hasError(errorTestTitle);
 }

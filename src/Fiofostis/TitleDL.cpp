@@ -8,7 +8,9 @@ void Downloader::requestTitle()
 {
     titleLines.clear();
     const QStringList args{QStringLiteral("--get-title"), QStringLiteral("--get-duration"), url};
-    qDebug() << "src/Fiofostis/TitleDL.cpp" << 16 << "requestTitle" << ":" << "Start with arguments"
+    qDebug() << "src/Fiofostis/TitleDL.cpp" << 16 << "requestTitle"
+             << ":"
+             << "Start with arguments"
              << ":" << args;
     processTitle = startChild(binDL, args, &Downloader::readTitle, &Downloader::gotTitle);
 }
@@ -23,8 +25,11 @@ void Downloader::readTitle()
 void Downloader::gotTitle(int exitCode)
 {
     if (exitCode != 0) {
-        qCritical() << "!!! ERROR: " << "src/Fiofostis/TitleDL.cpp" << 28 << "gotTitle" << ":"
-                    << "exitCode" << ":" << exitCode;
+        qCritical() << "!!! ERROR: "
+                    << "src/Fiofostis/TitleDL.cpp" << 28 << "gotTitle"
+                    << ":"
+                    << "exitCode"
+                    << ":" << exitCode;
         emit hasError(errorTitle);
         return;
     }

@@ -20,7 +20,10 @@ void Downloader::readUpdate()
 void Downloader::gotUpdate(int exitCode)
 {
     if (exitCode != 0) {
-        qCritical() << "!!! ERROR: " << "src/Fiofostis/UpdateDL.cpp" << 24 << "gotUpdate" << ":" << "exitCode"
+        qCritical() << "!!! ERROR: "
+                    << "src/Fiofostis/UpdateDL.cpp" << 24 << "gotUpdate"
+                    << ":"
+                    << "exitCode"
                     << ":" << exitCode;
         emit hasError(errorUpdate);
         return;

@@ -17,8 +17,8 @@ QStringList probe(const QString &path)
     QProcess ffprobe;
     ffprobe.start(QStringLiteral("ffprobe"),
                   {QStringLiteral("-v"), QStringLiteral("error"), QStringLiteral("-show_entries"),
-                   QStringLiteral("stream=codec_type,codec_name"), QStringLiteral("-of"),
-                   QStringLiteral("csv=p=0"), path});
+                   QStringLiteral("stream=codec_type,codec_name"), QStringLiteral("-of"), QStringLiteral("csv=p=0"),
+                   path});
     if (!ffprobe.waitForFinished(30000) || ffprobe.exitCode() != 0)
         return {};
     QStringList streams;
@@ -152,11 +152,15 @@ void TestConversion::ffmpegFails_data()
     QTest::addColumn<QString>("inputText");
     QTest::addColumn<QString>("output");
     QTest::addColumn<int>("kind");
-    QTest::newRow("not media") << "plain text, not a video" << "out.mp3" << 0;
-    QTest::newRow("not media, recording") << "plain text, not a video" << "out.mov" << 1;
+    QTest::newRow("not media") << "plain text, not a video"
+                               << "out.mp3" << 0;
+    QTest::newRow("not media, recording") << "plain text, not a video"
+                                          << "out.mov" << 1;
     // With no extension ffmpeg cannot tell which container to write.
-    QTest::newRow("output without extension") << "" << "out" << 0;
-    QTest::newRow("missing input") << "-" << "out.mp3" << 0;
+    QTest::newRow("output without extension") << ""
+                                              << "out" << 0;
+    QTest::newRow("missing input") << "-"
+                                   << "out.mp3" << 0;
 }
 
 void TestConversion::ffmpegFails()
@@ -225,8 +229,7 @@ void TestConversion::downloadCannotBeRemoved()
             probeFile.remove();
             immutable = QProcess::execute(QStringLiteral("chattr"), {QStringLiteral("+i"), folder}) == 0;
             if (!immutable || QFile(folder + QStringLiteral("/probe")).open(QIODevice::WriteOnly)) {
-                QFile(folder).setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner
-                                             | QFileDevice::ExeOwner);
+                QFile(folder).setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
                 QSKIP("running as superuser on a file system without the immutable attribute: "
                       "no folder can be made unchangeable");
             }
@@ -278,10 +281,27 @@ void TestConversion::stopCancelsLongJobs()
     QFile::remove(pipe);
     QCOMPARE(::mkfifo(QFile::encodeName(pipe).constData(), 0600), 0);
     QProcess feeder;
-    feeder.start(QStringLiteral("ffmpeg"),
-                 {"-hide_banner", "-loglevel", "error", "-f", "lavfi", "-i",
-                  "testsrc=size=1280x720:rate=25:duration=600", "-f", "lavfi", "-i", "sine=duration=600", "-c:v",
-                  "rawvideo", "-pix_fmt", "yuv420p", "-c:a", "pcm_s16le", "-f", "nut", "-y", pipe});
+    feeder.start(QStringLiteral("ffmpeg"), {"-hide_banner",
+                                            "-loglevel",
+                                            "error",
+                                            "-f",
+                                            "lavfi",
+                                            "-i",
+                                            "testsrc=size=1280x720:rate=25:duration=600",
+                                            "-f",
+                                            "lavfi",
+                                            "-i",
+                                            "sine=duration=600",
+                                            "-c:v",
+                                            "rawvideo",
+                                            "-pix_fmt",
+                                            "yuv420p",
+                                            "-c:a",
+                                            "pcm_s16le",
+                                            "-f",
+                                            "nut",
+                                            "-y",
+                                            pipe});
     QVERIFY(feeder.waitForStarted());
     // Removing the second element of the argument list first and the first
     // one ("-i") second is how stopping works; a file of that name in the

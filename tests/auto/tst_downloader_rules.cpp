@@ -43,14 +43,13 @@ void TestDownloaderRules::titles_data()
     QTest::addColumn<QByteArray>("raw");
     QTest::addColumn<QString>("title");
     QTest::newRow("punctuation and hyphens") << QByteArray("My-Video: Part 1") << "My Video Part 1";
-    QTest::newRow("parentheses kept") << QByteArray("Live (2019) [HD] - Dave's cut!")
-                                      << "Live (2019) HD Dave s cut";
+    QTest::newRow("parentheses kept") << QByteArray("Live (2019) [HD] - Dave's cut!") << "Live (2019) HD Dave s cut";
     QTest::newRow("underscores and dots") << QByteArray("a_b.c") << "a b c";
     QTest::newRow("Cyrillic only") << QByteArray("Привет мир") << "";
     QTest::newRow("CJK only") << QByteArray("日本語のタイトル") << "";
     QTest::newRow("mixed scripts") << QByteArray("Тест Test 2") << "Test 2";
-    QTest::newRow("50 characters")
-        << QByteArray("abcdefghij abcdefghij abcdefghij abcdefghij abcdef") << "abcdefghij abcdefghij abcdefgh";
+    QTest::newRow("50 characters") << QByteArray("abcdefghij abcdefghij abcdefghij abcdefghij abcdef")
+                                   << "abcdefghij abcdefghij abcdefgh";
     QTest::newRow("cut leaves a trailing blank")
         << QByteArray("123456789 123456789 123456789 123456789") << "123456789 123456789 123456789 ";
     QTest::newRow("cut after folding") << QByteArray("a -- b -- c -- d -- e -- f -- g -- h -- i -- j -- k")
@@ -91,16 +90,14 @@ void TestDownloaderRules::formatLine_data()
     QTest::addColumn<bool>("best");
 
     QTest::newRow("22: 12-character label, no tab")
-        << "22           mp4        1280x720   hd720 , avc1.64001F, mp4a.40.2@192k, 4.20MiB" << true << 22
-        << "mp4"
+        << "22           mp4        1280x720   hd720 , avc1.64001F, mp4a.40.2@192k, 4.20MiB" << true << 22 << "mp4"
         << "1280x720"
         << "AAC 192 KBps\t[4.20MiB]" << false;
     QTest::newRow("18: 11-character label, one tab")
         << "18           mp4        640x360    medium , avc1.42001E, mp4a.40.2@ 96k" << true << 18 << "mp4"
         << "640x360"
         << "AAC 96 KBps\t\t[96k]" << false;
-    QTest::newRow("best label") << "22 mp4 1280x720 hd720 , avc1.64001F, mp4a.40.2@192k (best)" << true << 22
-                                << "mp4"
+    QTest::newRow("best label") << "22 mp4 1280x720 hd720 , avc1.64001F, mp4a.40.2@192k (best)" << true << 22 << "mp4"
                                 << "1280x720"
                                 << "AAC 192 KBps" << true;
     QTest::newRow("unknown code, mp4a codec, best")
@@ -126,18 +123,28 @@ void TestDownloaderRules::formatLine_data()
     QTest::newRow("short line") << "91 mp4" << true << 91 << "mp4"
                                 << ""
                                 << "N/A\t\t[mp4]" << false;
-    QTest::newRow("code only") << "305" << true << 305 << "" << "" << "N/A\t\t[305]" << false;
+    QTest::newRow("code only") << "305" << true << 305 << ""
+                               << ""
+                               << "N/A\t\t[305]" << false;
     QTest::newRow("not a number: code 0") << "abc mp4 1x1 x" << true << 0 << "mp4"
                                           << "1x1"
                                           << "N/A\t\t[x]" << false;
-    QTest::newRow("header") << "format code  extension  resolution note" << false << 0 << "" << "" << "" << false;
-    QTest::newRow("bracketed info") << "[info] Available formats for BaW_jenozKc:" << false << 0 << "" << ""
+    QTest::newRow("header") << "format code  extension  resolution note" << false << 0 << ""
+                            << ""
+                            << "" << false;
+    QTest::newRow("bracketed info") << "[info] Available formats for BaW_jenozKc:" << false << 0 << ""
+                                    << ""
                                     << "" << false;
-    QTest::newRow("bracket anywhere") << "18 mp4 640x360 [note]" << false << 0 << "" << "" << "" << false;
-    QTest::newRow("DASH audio") << "140 m4a audio only DASH audio 128k , m4a_dash container, mp4a.40.2@128k"
-                                << false << 0 << "" << "" << "" << false;
+    QTest::newRow("bracket anywhere") << "18 mp4 640x360 [note]" << false << 0 << ""
+                                      << ""
+                                      << "" << false;
+    QTest::newRow("DASH audio") << "140 m4a audio only DASH audio 128k , m4a_dash container, mp4a.40.2@128k" << false
+                                << 0 << ""
+                                << ""
+                                << "" << false;
     QTest::newRow("DASH video") << "160 mp4 256x144 DASH video 108k , avc1.4d400b, 30fps" << false << 0 << ""
-                                << "" << "" << false;
+                                << ""
+                                << "" << false;
 }
 
 void TestDownloaderRules::formatLine()
@@ -175,9 +182,9 @@ void TestDownloaderRules::formatListing()
     QCOMPARE(best, 1);
 
     // Nothing but information and DASH lines: an empty table.
-    QVERIFY(parseFormats({QStringLiteral("[youtube] x: Downloading webpage"),
-                          QStringLiteral("160 mp4 256x144 DASH video 108k")},
-                         audioFormatLabels())
+    QVERIFY(parseFormats(
+                {QStringLiteral("[youtube] x: Downloading webpage"), QStringLiteral("160 mp4 256x144 DASH video 108k")},
+                audioFormatLabels())
                 .isEmpty());
 }
 
@@ -207,8 +214,8 @@ void TestDownloaderRules::percent_data()
     QTest::newRow("progress line") << "[download]  45.3% of 10.00MiB at  1.21MiB/s ETA 00:04" << 45.3f;
     QTest::newRow("whole") << "[download] 100% of 10.00MiB in 00:08" << 100.0f;
     QTest::newRow("first line counts") << "[download]  12.5% of 10MiB\n[download]  25.0% of 10MiB" << 12.5f;
-    QTest::newRow("destination first")
-        << "[download] Destination: a.mp4\n[download]   0.0% of 10.00MiB at 97.53KiB/s" << 0.0f;
+    QTest::newRow("destination first") << "[download] Destination: a.mp4\n[download]   0.0% of 10.00MiB at 97.53KiB/s"
+                                       << 0.0f;
     QTest::newRow("no ] and no %") << "Deleting original file" << 0.0f;
     QTest::newRow("] without %") << "[download] Destination: a.mp4" << 0.0f;
     QTest::newRow("] without %, a number after it") << "[download] 12.5" << 12.5f;

@@ -10,9 +10,9 @@ namespace {
 QStringList probe(const QString &path)
 {
     QProcess ffprobe;
-    ffprobe.start(QStringLiteral("ffprobe"), {QStringLiteral("-v"), QStringLiteral("error"),
-                                              QStringLiteral("-show_entries"), QStringLiteral("stream=codec_type"),
-                                              QStringLiteral("-of"), QStringLiteral("csv=p=0"), path});
+    ffprobe.start(QStringLiteral("ffprobe"),
+                  {QStringLiteral("-v"), QStringLiteral("error"), QStringLiteral("-show_entries"),
+                   QStringLiteral("stream=codec_type"), QStringLiteral("-of"), QStringLiteral("csv=p=0"), path});
     ffprobe.waitForFinished(30000);
     return QString::fromUtf8(ffprobe.readAllStandardOutput()).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
 }
