@@ -10,6 +10,8 @@
 #include "Fiofostis/DownloaderRules.h"
 #include "Platform/Platform.h"
 
+#include "BenchSupport.h"
+
 #include <QCoreApplication>
 #include <QDir>
 #include <QElapsedTimer>
@@ -26,106 +28,7 @@
 
 #include <unistd.h>
 
-namespace {
-
-constexpr int timeoutMs = 10 * 60 * 1000;
-
-QTextStream out(stdout);
-
-// Runs the event loop until `done` holds; false on time-out.
-bool spin(const std::function<bool()> &done)
-{
-    QElapsedTimer clock;
-    clock.start();
-    while (!done()) {
-        if (clock.elapsed() > timeoutMs)
-            return false;
-        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 50);
-    }
-    return true;
-}
-
-double seconds(const QElapsedTimer &clock)
-{
-    return clock.nsecsElapsed() / 1e9;
-}
-
-// The tool started directly: a plain child with its output thrown away.
-QProcess *startDirect(const QString &program, const QStringList &args)
-{
-    auto *p = new QProcess;
-    p->setStandardOutputFile(QProcess::nullDevice());
-    p->setStandardErrorFile(QProcess::nullDevice());
-    p->start(program, args);
-    return p;
-}
-
-bool finishedOk(QProcess *p)
-{
-    return p->state() == QProcess::NotRunning;
-}
-
-double median(QList<double> v)
-{
-    std::sort(v.begin(), v.end());
-    const int n = v.size();
-    return n % 2 ? v.at(n / 2) : (v.at(n / 2 - 1) + v.at(n / 2)) / 2;
-}
-
-struct Pair
-{
-    std::function<double()> engine;
-    std::function<double()> direct;
-    std::function<void()> between;
-};
-
-double measure(const char *name, const Pair &pair, int runs)
-{
-    // One pair first to warm caches; not counted.
-    pair.engine();
-    pair.between();
-    pair.direct();
-    pair.between();
-    QList<double> engineTimes, directTimes, ratios;
-    for (int i = 0; i < runs; ++i) {
-        double e, d;
-        if (i % 2 == 0) {
-            e = pair.engine();
-            pair.between();
-            d = pair.direct();
-        } else {
-            d = pair.direct();
-            pair.between();
-            e = pair.engine();
-        }
-        pair.between();
-        engineTimes << e;
-        directTimes << d;
-        ratios << e / d;
-        out << QStringLiteral("  %1 run %2: engine %3 s, direct %4 s\n")
-                   .arg(QLatin1String(name))
-                   .arg(i + 1)
-                   .arg(e, 0, 'f', 3)
-                   .arg(d, 0, 'f', 3);
-        out.flush();
-    }
-    // The ratio is taken within each pair, so that a change of load on the
-    // machine between pairs does not count against either side.
-    const double me = median(engineTimes), md = median(directTimes);
-    const double ratio = median(ratios);
-    out << QStringLiteral("%1: engine %2 s, direct %3 s, ratio %4 (median of %5 paired runs; "
-                          "ratio of the medians %6)\n")
-               .arg(QLatin1String(name))
-               .arg(me, 0, 'f', 3)
-               .arg(md, 0, 'f', 3)
-               .arg(ratio, 0, 'f', 3)
-               .arg(runs)
-               .arg(me / md, 0, 'f', 3);
-    out.flush();
-    return ratio;
-}
-
-} // namespace
+using namespace Bench;
 
 int main(int argc, char **argv)
 {
@@ -134,27 +37,18 @@ int main(int argc, char **argv)
     QLoggingCategory::setFilterRules(QStringLiteral("default.debug=false\ndefault.critical=false"));
     QString mediaDir;
     int runs = 5;
-    const QStringList args = app.arguments();
-    for (int i = 1; i + 1 < args.size(); ++i) {
-        if (args.at(i) == QLatin1String("--media"))
-            mediaDir = args.at(++i);
-        else if (args.at(i) == QLatin1String("--runs"))
-            runs = std::max(5, args.at(++i).toInt());
-    }
+    parseArguments(app.arguments(), &mediaDir, &runs);
     if (mediaDir.isEmpty() || !QFile::exists(mediaDir + QStringLiteral("/big.mp4"))) {
         std::fprintf(stderr, "usage: bench_engine --media DIR [--runs N]  (DIR with watch.html, big.mp4)\n");
         return 2;
     }
 
     QProcess server;
-    server.start(QStringLiteral("/usr/bin/python3"),
-                 {QStringLiteral(VIDORRA_SOURCE_DIR "/tests/fixtures/media_server.py"), mediaDir, QStringLiteral("0")});
-    if (!server.waitForReadyRead(15000)) {
+    const QString base = startMediaServer(server, mediaDir);
+    if (base.isEmpty()) {
         std::fprintf(stderr, "the media server did not start\n");
         return 1;
     }
-    const int port = QString::fromLatin1(server.readLine()).trimmed().mid(5).toInt();
-    const QString base = QStringLiteral("http://127.0.0.1:%1/").arg(port);
     const QString page = base + QStringLiteral("watch.html");
     const QString bigUrl = base + QStringLiteral("big.mp4");
     const QString work = mediaDir + QStringLiteral("/work");
@@ -162,8 +56,8 @@ int main(int argc, char **argv)
 
     Downloader downloader;
     const QString launcher = downloader.binDL;
-    out << "launcher: " << launcher << "\nmedia: " << base << "\n";
-    out.flush();
+    out() << "launcher: " << launcher << "\nmedia: " << base << "\n";
+    out().flush();
 
     // (a) title and format list together.
     Pair options;
@@ -208,7 +102,7 @@ int main(int argc, char **argv)
         spin([&] { return done || (d.processFile && finishedOk(d.processFile)); });
         const double s = seconds(clock);
         if (!done)
-            out << "  (engine download failed)\n";
+            out() << "  (engine download failed)\n";
         return s;
     };
     download.direct = [&] {
@@ -219,7 +113,7 @@ int main(int argc, char **argv)
         spin([&] { return finishedOk(p); });
         const double s = seconds(clock);
         if (p->exitCode() != 0)
-            out << "  (direct download failed)\n";
+            out() << "  (direct download failed)\n";
         delete p;
         return s;
     };
@@ -273,6 +167,6 @@ int main(int argc, char **argv)
     server.closeWriteChannel();
     server.waitForFinished(5000);
     const bool ok = std::all_of(ratios.begin(), ratios.end(), [](double r) { return r <= 1.05; });
-    out << (ok ? "all ratios within 1.05\n" : "some ratio above 1.05\n");
+    out() << (ok ? "all ratios within 1.05\n" : "some ratio above 1.05\n");
     return ok ? 0 : 1;
 }

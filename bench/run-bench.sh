@@ -22,7 +22,7 @@ if [ -f "$build/CMakeCache.txt" ]; then
 fi
 
 cmake -S "$root/bench" -B "$build/bench" -DCMAKE_BUILD_TYPE="$type" >/dev/null
-cmake --build "$build/bench" --target bench_engine -- -j2 >/dev/null
+cmake --build "$build/bench" -- -j2 >/dev/null
 
 media=$build/bench/media
 if [ ! -f "$media/big.mp4" ] || [ ! -f "$media/watch.html" ]; then
@@ -30,4 +30,7 @@ if [ ! -f "$media/big.mp4" ] || [ ! -f "$media/watch.html" ]; then
     sh "$root/tests/fixtures/make_media.sh" "$media" --big 200
 fi
 
-exec "$build/bench/app/bench_engine" --media "$media" --runs "$runs"
+status=0
+"$build/bench/app/bench_engine" --media "$media" --runs "$runs" || status=1
+QT_QPA_PLATFORM=offscreen "$build/bench/app/bench_window" --media "$media" --runs "$runs" || status=1
+exit $status

@@ -1,0 +1,127 @@
+#include "BenchSupport.h"
+
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QEventLoop>
+
+#include <algorithm>
+
+namespace Bench {
+
+namespace {
+constexpr int timeoutMs = 10 * 60 * 1000;
+}
+
+QTextStream &out()
+{
+    static QTextStream stream(stdout);
+    return stream;
+}
+
+
+bool spin(const std::function<bool()> &done)
+{
+    QElapsedTimer clock;
+    clock.start();
+    while (!done()) {
+        if (clock.elapsed() > timeoutMs)
+            return false;
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 50);
+    }
+    return true;
+}
+
+double seconds(const QElapsedTimer &clock)
+{
+    return clock.nsecsElapsed() / 1e9;
+}
+
+QProcess *startDirect(const QString &program, const QStringList &args)
+{
+    auto *p = new QProcess;
+    p->setStandardOutputFile(QProcess::nullDevice());
+    p->setStandardErrorFile(QProcess::nullDevice());
+    p->start(program, args);
+    return p;
+}
+
+bool finishedOk(QProcess *p)
+{
+    return p->state() == QProcess::NotRunning;
+}
+
+double median(QList<double> v)
+{
+    std::sort(v.begin(), v.end());
+    const int n = v.size();
+    return n % 2 ? v.at(n / 2) : (v.at(n / 2 - 1) + v.at(n / 2)) / 2;
+}
+
+double measure(const char *name, const Pair &pair, int runs)
+{
+    // One pair first to warm caches; not counted.
+    pair.engine();
+    pair.between();
+    pair.direct();
+    pair.between();
+    QList<double> engineTimes, directTimes, ratios;
+    for (int i = 0; i < runs; ++i) {
+        double e, d;
+        if (i % 2 == 0) {
+            e = pair.engine();
+            pair.between();
+            d = pair.direct();
+        } else {
+            d = pair.direct();
+            pair.between();
+            e = pair.engine();
+        }
+        pair.between();
+        engineTimes << e;
+        directTimes << d;
+        ratios << e / d;
+        out() << QStringLiteral("  %1 run %2: engine %3 s, direct %4 s\n")
+                   .arg(QLatin1String(name))
+                   .arg(i + 1)
+                   .arg(e, 0, 'f', 3)
+                   .arg(d, 0, 'f', 3);
+        out().flush();
+    }
+    // The ratio is taken within each pair, so that a change of load on the
+    // machine between pairs does not count against either side.
+    const double me = median(engineTimes), md = median(directTimes);
+    const double ratio = median(ratios);
+    out() << QStringLiteral("%1: engine %2 s, direct %3 s, ratio %4 (median of %5 paired runs; "
+                          "ratio of the medians %6)\n")
+               .arg(QLatin1String(name))
+               .arg(me, 0, 'f', 3)
+               .arg(md, 0, 'f', 3)
+               .arg(ratio, 0, 'f', 3)
+               .arg(runs)
+               .arg(me / md, 0, 'f', 3);
+    out().flush();
+    return ratio;
+}
+
+
+QString startMediaServer(QProcess &server, const QString &dir)
+{
+    server.start(QStringLiteral("/usr/bin/python3"),
+                 {QStringLiteral(VIDORRA_SOURCE_DIR "/tests/fixtures/media_server.py"), dir, QStringLiteral("0")});
+    if (!server.waitForReadyRead(15000))
+        return QString();
+    const int port = QString::fromLatin1(server.readLine()).trimmed().mid(5).toInt();
+    return QStringLiteral("http://127.0.0.1:%1/").arg(port);
+}
+
+void parseArguments(const QStringList &args, QString *mediaDir, int *runs)
+{
+    for (int i = 1; i + 1 < args.size(); ++i) {
+        if (args.at(i) == QLatin1String("--media"))
+            *mediaDir = args.at(++i);
+        else if (args.at(i) == QLatin1String("--runs"))
+            *runs = std::max(5, args.at(++i).toInt());
+    }
+}
+
+} // namespace Bench

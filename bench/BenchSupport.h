@@ -1,0 +1,48 @@
+#pragma once
+
+// What the benchmarks share: paired runs of the program's way against the
+// tool run directly, medians and ratios, and the media server on 127.0.0.1.
+
+#include <QList>
+#include <QProcess>
+#include <QString>
+#include <QStringList>
+#include <QTextStream>
+
+#include <functional>
+
+class QElapsedTimer;
+
+namespace Bench {
+
+QTextStream &out();
+
+// Runs the event loop until `done` holds; false on time-out.
+bool spin(const std::function<bool()> &done);
+double seconds(const QElapsedTimer &clock);
+
+// The tool started directly: a plain child with its output thrown away.
+QProcess *startDirect(const QString &program, const QStringList &args);
+bool finishedOk(QProcess *p);
+double median(QList<double> v);
+
+struct Pair
+{
+    std::function<double()> engine;
+    std::function<double()> direct;
+    std::function<void()> between;
+};
+
+// Runs one warm-up pair and `runs` counted pairs, the order alternating;
+// prints every pair and the medians; returns the median of the per-pair
+// ratios (program / direct).
+double measure(const char *name, const Pair &pair, int runs);
+
+// Starts tests/fixtures/media_server.py on `dir`; returns the base address
+// ("http://127.0.0.1:PORT/") or an empty string.
+QString startMediaServer(QProcess &server, const QString &dir);
+
+// "--media DIR" and "--runs N" (at least 5).
+void parseArguments(const QStringList &args, QString *mediaDir, int *runs);
+
+} // namespace Bench

@@ -1,0 +1,103 @@
+// Times the window's way from Return in the address field to the Options
+// page shown, against the two tool runs the window waits for (title and
+// format list) started directly at the same moment, on a page served on
+// 127.0.0.1.
+//
+// bench_window --media DIR [--runs N]     (DIR holds watch.html)
+// Runs offscreen in a private home; the executable lies in a folder with the
+// real launcher "run" beside it.
+#include "BenchSupport.h"
+
+#include <QApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QLineEdit>
+#include <QLoggingCategory>
+#include <QPushButton>
+#include <QSettings>
+#include <QTemporaryDir>
+#include <QtTest>
+
+#include <cstdio>
+
+#include "Sniffer/Sniffer.h"
+#include "ui_InsertURL.h"
+#include "ui_Navigation.h"
+#include "ui_Sniffer.h"
+
+using namespace Bench;
+
+int main(int argc, char **argv)
+{
+    QTemporaryDir home;
+    qputenv("HOME", home.path().toLocal8Bit());
+    qputenv("XDG_DATA_HOME", (home.path() + "/share").toLocal8Bit());
+    qputenv("XDG_CONFIG_HOME", (home.path() + "/config").toLocal8Bit());
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+    QApplication app(argc, argv);
+    Q_INIT_RESOURCE(vidorra);
+    QLoggingCategory::setFilterRules(QStringLiteral("*.debug=false\n*.warning=false\ndefault.critical=false"));
+
+    QString mediaDir;
+    int runs = 5;
+    parseArguments(app.arguments(), &mediaDir, &runs);
+    if (mediaDir.isEmpty() || !QFile::exists(mediaDir + QStringLiteral("/watch.html"))) {
+        std::fprintf(stderr, "usage: bench_window --media DIR [--runs N]  (DIR with watch.html)\n");
+        return 2;
+    }
+    QProcess server;
+    const QString base = startMediaServer(server, mediaDir);
+    if (base.isEmpty()) {
+        std::fprintf(stderr, "the media server did not start\n");
+        return 1;
+    }
+    const QString page = base + QStringLiteral("watch.html");
+
+    // Other sites accept the local server.
+    const QString data = home.path() + QStringLiteral("/share/Vidorra 2");
+    QDir().mkpath(data);
+    {
+        QSettings ini(data + QStringLiteral("/sniffer.ini"), QSettings::IniFormat);
+        ini.setValue(QStringLiteral("os_urls/1"), QStringLiteral("127.0.0.1"));
+    }
+
+    Sniffer sniffer;
+    sniffer.start();
+    const QString launcher = sniffer.downloader->binDL;
+    out() << "launcher: " << launcher << "\npage: " << page << "\n";
+    out().flush();
+
+    Pair options;
+    options.engine = [&] {
+        QTest::mouseClick(sniffer.uiNavigation->btnDownloaderOS, Qt::LeftButton);
+        sniffer.uiInsertURL->inputURL->setText(page);
+        QElapsedTimer clock;
+        clock.start();
+        QTest::keyClick(sniffer.uiInsertURL->inputURL, Qt::Key_Return);
+        const bool shown = spin([&] { return sniffer.ui->widgetOptions->isVisible(); });
+        const double s = seconds(clock);
+        if (!shown)
+            out() << "  (the Options page did not come)\n";
+        return s;
+    };
+    options.direct = [&] {
+        QElapsedTimer clock;
+        clock.start();
+        QProcess *t = startDirect(launcher, {QStringLiteral("--get-title"), QStringLiteral("--get-duration"), page});
+        QProcess *f = startDirect(launcher, {QStringLiteral("--list-formats"), page});
+        spin([&] { return finishedOk(t) && finishedOk(f); });
+        const double s = seconds(clock);
+        delete t;
+        delete f;
+        return s;
+    };
+    options.between = [&] { sniffer.showLayer(Sniffer::LayerMain); };
+
+    const double ratio = measure("(d) Return to the Options page", options, runs);
+    server.closeWriteChannel();
+    server.waitForFinished(5000);
+    out() << (ratio <= 1.05 ? "ratio within 1.05\n" : "ratio above 1.05\n");
+    out().flush();
+    return ratio <= 1.05 ? 0 : 1;
+}
