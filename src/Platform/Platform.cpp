@@ -22,9 +22,8 @@ int ffmpegBuild()
 QString applicationSupportFolder()
 {
 #ifdef Q_OS_MACOS
-    const QString folder = QStandardPaths::writableLocation(QStandardPaths::HomeLocation)
-                           + QDir::separator() + QStringLiteral("Library") + QDir::separator()
-                           + QStringLiteral("Application Support");
+    const QString folder = QStandardPaths::writableLocation(QStandardPaths::HomeLocation) + QDir::separator() +
+                           QStringLiteral("Library") + QDir::separator() + QStringLiteral("Application Support");
 #else
     const QString folder = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation);
 #endif

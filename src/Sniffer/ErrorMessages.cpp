@@ -24,7 +24,8 @@ void Sniffer::showErrorMessage(int number, Sniffer::appFlag selector)
         return;
     }
 
-    qCritical() << "!!! ERROR: " << "src/Sniffer/ErrorMessages" << __LINE__ << "showErrorMessage"
+    qCritical() << "!!! ERROR: "
+                << "src/Sniffer/ErrorMessages" << __LINE__ << "showErrorMessage"
                 << ":" << title << ":" << message.text;
     const QString body = WindowRules::messageBody(
         message.text, WindowRules::errorDetailsBlock(number, selector, appSettings.errorDetails));

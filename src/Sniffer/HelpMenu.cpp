@@ -68,8 +68,10 @@ void Sniffer::onClickHelpItem()
     if (slot.endsWith(QLatin1String("()")))
         slot.chop(2);
     if (!QMetaObject::invokeMethod(this, slot.toLatin1().constData())) {
-        qWarning() << "src/Sniffer/HelpMenu" << __LINE__ << "onClickHelpItem" << ":" << "no such action" << ":"
-                   << what;
+        qWarning() << "src/Sniffer/HelpMenu" << __LINE__ << "onClickHelpItem"
+                   << ":"
+                   << "no such action"
+                   << ":" << what;
         QMessageBox::information(this, QStringLiteral("Help"), item.caption);
     }
 }

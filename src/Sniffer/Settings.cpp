@@ -43,19 +43,18 @@ void Sniffer::settingsInit()
         return;
 
     // The stock file is consumed: moved into the data folder once.
-    const QString stock = QDir::toNativeSeparators(QCoreApplication::applicationDirPath() + QDir::separator()
-                                                   + stockSettingsName);
+    const QString stock =
+        QDir::toNativeSeparators(QCoreApplication::applicationDirPath() + QDir::separator() + stockSettingsName);
     if (!QFile::exists(stock) || !QFile::copy(stock, appSettings.settingsFile))
         return;
     QFile::remove(stock);
 
     appSettings.ini = new QSettings(appSettings.settingsFile, QSettings::IniFormat, this);
     // One below today, so the first start counts as not yet checked today.
-    appSettings.ini->setValue(QStringLiteral("last_update"),
-                              QString::number(QDate::currentDate().dayOfYear() - 1));
+    appSettings.ini->setValue(QStringLiteral("last_update"), QString::number(QDate::currentDate().dayOfYear() - 1));
 
-    const QString documents = QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation)
-                              + QDir::separator() + productFolderName();
+    const QString documents =
+        QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation) + QDir::separator() + productFolderName();
     if (!QDir(documents).exists())
         QDir().mkdir(documents);
     const QString video = documents + QDir::separator() + QStringLiteral("Video");
@@ -72,11 +71,16 @@ void Sniffer::settingsInit()
 void Sniffer::settingsRead()
 {
     appSettings.ini = new QSettings(appSettings.settingsFile, QSettings::IniFormat, this);
-    const QStringList groups{QStringLiteral("error_titles"),     QStringLiteral("error_messages"),
-                             QStringLiteral("error_messages_dl"), QStringLiteral("warning_messages"),
-                             QStringLiteral("yt_urls"),           QStringLiteral("os_urls"),
-                             QStringLiteral("help"),              QStringLiteral("help_actions"),
-                             QStringLiteral("mirel_test_urls"),   QStringLiteral("test_sniffer")};
+    const QStringList groups{QStringLiteral("error_titles"),
+                             QStringLiteral("error_messages"),
+                             QStringLiteral("error_messages_dl"),
+                             QStringLiteral("warning_messages"),
+                             QStringLiteral("yt_urls"),
+                             QStringLiteral("os_urls"),
+                             QStringLiteral("help"),
+                             QStringLiteral("help_actions"),
+                             QStringLiteral("mirel_test_urls"),
+                             QStringLiteral("test_sniffer")};
     for (const QString &group : groups)
         settingsRead(group);
 }
@@ -90,8 +94,8 @@ void Sniffer::settingsRead(QString group)
     for (const QString &key : keys) {
         const QVariant value = ini->value(key, QString());
         // An unquoted text with commas reads back as a list; keep it whole.
-        const QString text = value.type() == QVariant::StringList ? value.toStringList().join(QStringLiteral(", "))
-                                                                  : value.toString();
+        const QString text =
+            value.type() == QVariant::StringList ? value.toStringList().join(QStringLiteral(", ")) : value.toString();
         table.insert(key.toInt(nullptr, 10), text);
     }
     appSettings.tables.insert(group, table);

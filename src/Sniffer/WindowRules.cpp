@@ -78,8 +78,8 @@ QString errorDetailsBlock(int number, int selector, const QStringList &details)
 {
     auto at = [&details](int i) { return i < details.size() ? details.at(i) : QStringLiteral("?"); };
 
-    const QString first = QStringLiteral("<b>error #") + QString::number(number) + QStringLiteral(":") + at(1)
-                          + QStringLiteral("</b>");
+    const QString first =
+        QStringLiteral("<b>error #") + QString::number(number) + QStringLiteral(":") + at(1) + QStringLiteral("</b>");
     QString second = QStringLiteral("in '") + at(2) + QStringLiteral("' : ") + at(0);
     if (selector == 2)
         second.prepend(QStringLiteral("[DL] "));
@@ -99,8 +99,8 @@ QString errorDetailsBlock(int number, int selector, const QStringList &details)
 
 QString messageBody(const QString &text, const QString &detailsBlock)
 {
-    return text + QStringLiteral("<br><br><hr><div style=\"font-size:10px\"><i>") + detailsBlock
-           + QStringLiteral("</i></div>");
+    return text + QStringLiteral("<br><br><hr><div style=\"font-size:10px\"><i>") + detailsBlock +
+           QStringLiteral("</i></div>");
 }
 
 } // namespace WindowRules
