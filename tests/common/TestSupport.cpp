@@ -1,7 +1,13 @@
 #include "TestSupport.h"
 
+#include <QDate>
+#include <QDialogButtonBox>
 #include <QDir>
 #include <QElapsedTimer>
+#include <QFileDialog>
+#include <QLineEdit>
+#include <QMessageBox>
+#include <QPushButton>
 #include <QProcess>
 #include <QTimer>
 
@@ -65,6 +71,69 @@ bool waitFor(std::function<bool()> condition, int timeoutMs)
         QTest::qWait(10);
     }
     return true;
+}
+
+void closeNextMessage(QString *title, QString *text, int timeoutMs)
+{
+    title->clear();
+    text->clear();
+    answerNextModal(
+        [title, text](QWidget *modal) {
+            if (auto *box = qobject_cast<QMessageBox *>(modal)) {
+                *title = box->windowTitle();
+                *text = box->text();
+            }
+            modal->close();
+        },
+        timeoutMs);
+}
+
+void answerSaveDialog(const QString &name, const QString &filter, std::function<void()> afterSave)
+{
+    answerNextModal([name, filter, afterSave](QWidget *modal) {
+        auto *dialog = qobject_cast<QFileDialog *>(modal);
+        if (!dialog) {
+            modal->close();
+            return;
+        }
+        if (!filter.isEmpty())
+            dialog->selectNameFilter(filter);
+        auto *edit = dialog->findChild<QLineEdit *>(QStringLiteral("fileNameEdit"));
+        edit->clear();
+        QTest::keyClicks(edit, name);
+        QTest::mouseClick(dialog->findChild<QDialogButtonBox *>()->button(QDialogButtonBox::Save), Qt::LeftButton);
+        if (afterSave)
+            afterSave();
+    });
+}
+
+bool writeSettings(const QString &dataFolder, const QString &body)
+{
+    QFile ini(dataFolder + QStringLiteral("/sniffer.ini"));
+    if (!QDir().mkpath(dataFolder) || !ini.open(QIODevice::WriteOnly | QIODevice::Text))
+        return false;
+    const QString text = QStringLiteral("[General]\nlast_update=%1\n").arg(QDate::currentDate().dayOfYear()) + body;
+    return ini.write(text.toUtf8()) == text.toUtf8().size();
+}
+
+QString startMediaServer(QProcess &server, const QString &folder)
+{
+    server.start(QStringLiteral("/usr/bin/python3"),
+                 {QStringLiteral(VIDORRA_FIXTURES_DIR "/media_server.py"), folder, QStringLiteral("0")});
+    if (!server.waitForStarted(10000) || !server.waitForReadyRead(10000))
+        return QString();
+    const QString first = QString::fromLatin1(server.readLine()).trimmed();
+    return first.startsWith(QLatin1String("PORT ")) ? QStringLiteral("http://127.0.0.1:") + first.mid(5) : QString();
+}
+
+QString streamKinds(const QString &file)
+{
+    QProcess probe;
+    probe.start(QStringLiteral("ffprobe"),
+                {QStringLiteral("-v"), QStringLiteral("error"), QStringLiteral("-show_entries"),
+                 QStringLiteral("stream=codec_type"), QStringLiteral("-of"), QStringLiteral("csv=p=0"), file});
+    probe.waitForFinished(30000);
+    return QString::fromUtf8(probe.readAllStandardOutput()).trimmed();
 }
 
 bool makeClip(const QString &path, double seconds, bool withVideo)

@@ -7,6 +7,8 @@
 
 #include <functional>
 
+class QProcess;
+
 // A private home for one test program: HOME and the XDG folders point into
 // a temporary folder, so the program's data folder, settings and documents
 // never touch the real user's.
@@ -33,6 +35,25 @@ void answerNextModal(std::function<void(QWidget *)> action, int timeoutMs = 1000
 
 // Waits, processing events, until `condition` holds or the time is up.
 bool waitFor(std::function<bool()> condition, int timeoutMs = 15000);
+
+// Closes the next message box, keeping its title and text (both cleared
+// first, so an empty text means no box has come yet).
+void closeNextMessage(QString *title, QString *text, int timeoutMs = 10000);
+
+// Answers the next file dialog as a person would: picks the filter (when
+// given), types the name, presses Save, then runs `afterSave`.
+void answerSaveDialog(const QString &name, const QString &filter = QString(), std::function<void()> afterSave = {});
+
+// Writes the program's settings file: today's update check already done,
+// then `body` (INI groups and keys).
+bool writeSettings(const QString &dataFolder, const QString &body);
+
+// Starts tests/fixtures/media_server.py on `folder`; returns its base
+// address ("http://127.0.0.1:<port>"), empty when it did not come up.
+QString startMediaServer(QProcess &server, const QString &folder);
+
+// The kinds of the streams in a media file, one a line ("video\naudio").
+QString streamKinds(const QString &file);
 
 // Makes a short clip with the real ffmpeg; returns false if ffmpeg failed.
 bool makeClip(const QString &path, double seconds = 1.0, bool withVideo = true);
