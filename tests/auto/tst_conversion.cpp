@@ -3,39 +3,22 @@
 #include "Fiofostis/Downloader.h"
 #include "TestSupport.h"
 
-#include <QSignalSpy>
-
 #include <signal.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 namespace {
 
-// "video=mpeg4", "audio=aac", ... for every stream of `path`.
-QStringList probe(const QString &path)
+// "mpeg4=video aac=audio ..." for the streams of `path`.
+QString probe(const QString &path)
 {
     QProcess ffprobe;
     ffprobe.start(QStringLiteral("ffprobe"),
-                  {QStringLiteral("-v"), QStringLiteral("error"), QStringLiteral("-show_entries"),
-                   QStringLiteral("stream=codec_type,codec_name"), QStringLiteral("-of"), QStringLiteral("csv=p=0"),
-                   path});
-    if (!ffprobe.waitForFinished(30000) || ffprobe.exitCode() != 0)
-        return {};
+                  {"-v", "error", "-show_entries", "stream=codec_name,codec_type", "-of", "csv=p=0", path});
+    ffprobe.waitForFinished(30000);
     QStringList streams;
-    for (const QString &line : QString::fromUtf8(ffprobe.readAllStandardOutput()).split(QLatin1Char('\n'))) {
-        const QStringList parts = line.trimmed().split(QLatin1Char(','));
-        if (parts.size() == 2)
-            streams << parts.at(1) + QLatin1Char('=') + parts.at(0);
-    }
-    return streams;
-}
-
-bool hasStream(const QStringList &streams, const QString &wanted)
-{
-    for (const QString &s : streams)
-        if (s == wanted || s.startsWith(wanted + QLatin1Char('=')))
-            return true;
-    return false;
+    for (const QString &line : QString::fromUtf8(ffprobe.readAllStandardOutput()).split('\n', Qt::SkipEmptyParts))
+        streams << line.trimmed().split(',').join('=');
+    return streams.join(' ');
 }
 
 // Runs one conversion to its end and returns what the engine said.
@@ -52,11 +35,6 @@ QStringList convert(Downloader &d, const QString &input, const QString &output, 
     return events;
 }
 
-bool processGone(qint64 pid)
-{
-    return waitFor([pid] { return ::kill(static_cast<pid_t>(pid), 0) != 0; }, 5000);
-}
-
 } // namespace
 
 class TestConversion : public QObject
@@ -67,12 +45,9 @@ private slots:
     void initTestCase();
     void targets_data();
     void targets();
-    void ffmpegFails_data();
-    void ffmpegFails();
-    void audioFileMissing();
-    void downloadCannotBeRemoved_data();
-    void downloadCannotBeRemoved();
-    void stopCancelsLongJobs();
+    void failures_data();
+    void failures();
+    void stopRemovesInput();
 
 private:
     QString freshInput(const QString &name);
@@ -82,11 +57,8 @@ private:
 
 void TestConversion::initTestCase()
 {
-    QVERIFY(work.isValid());
-    qRegisterMetaType<Downloader::errors>("Downloader::errors");
     clip = work.filePath(QStringLiteral("source.mp4"));
     QVERIFY(makeClip(clip, 1.0, true));
-    QVERIFY(hasStream(probe(clip), QStringLiteral("video=h264")));
     QVERIFY(QFileInfo(QCoreApplication::applicationDirPath() + QStringLiteral("/ffmpeg9_311")).isExecutable());
 }
 
@@ -102,237 +74,117 @@ void TestConversion::targets_data()
 {
     QTest::addColumn<QString>("output");
     QTest::addColumn<int>("kind");
-    QTest::addColumn<QStringList>("present");
-    QTest::addColumn<QStringList>("absent");
-    const QStringList none;
+    QTest::addColumn<QString>("streams");
     // Video targets as a recording's conversion, which keeps its input.
-    QTest::newRow("mp4") << "out.mp4" << 1 << QStringList{"video=mpeg4", "audio"} << none;
-    QTest::newRow("m4v") << "out.m4v" << 1 << QStringList{"video=mpeg4", "audio"} << none;
-    QTest::newRow("mkv") << "out.mkv" << 1 << QStringList{"video=mpeg4", "audio"} << none;
-    QTest::newRow("flv") << "out.flv" << 1 << QStringList{"video=flv1", "audio"} << none;
-    QTest::newRow("mov") << "out.mov" << 1 << QStringList{"video=mpeg4", "audio"} << none;
-    // Capitals miss every row of the table: ffmpeg's own choice of codec.
-    QTest::newRow("MP4 in capitals") << "out.MP4" << 1 << QStringList{"video=h264", "audio"} << none;
+    QTest::newRow("mp4") << "out.mp4" << 1 << "mpeg4=video =audio";
+    QTest::newRow("m4v") << "out.m4v" << 1 << "mpeg4=video =audio";
+    QTest::newRow("mkv") << "out.mkv" << 1 << "mpeg4=video =audio";
+    QTest::newRow("flv") << "out.flv" << 1 << "flv1=video =audio";
+    QTest::newRow("mov") << "out.mov" << 1 << "mpeg4=video =audio";
     // Audio targets as the audio download's extraction, which removes the
     // downloaded video.
-    QTest::newRow("mp3") << "out.mp3" << 0 << QStringList{"audio=mp3"} << QStringList{"video"};
-    QTest::newRow("m4a") << "out.m4a" << 0 << QStringList{"audio=aac"} << none;
-    QTest::newRow("flac") << "out.flac" << 0 << QStringList{"audio=flac"} << QStringList{"video"};
-    QTest::newRow("wav") << "out.wav" << 0 << QStringList{"audio=pcm_s16le"} << QStringList{"video"};
+    QTest::newRow("mp3") << "out.mp3" << 0 << "mp3=audio";
+    QTest::newRow("m4a") << "out.m4a" << 0 << "aac=audio";
+    QTest::newRow("flac") << "out.flac" << 0 << "flac=audio";
+    QTest::newRow("wav") << "out.wav" << 0 << "pcm_s16le=audio";
 }
 
 void TestConversion::targets()
 {
     QFETCH(QString, output);
     QFETCH(int, kind);
-    QFETCH(QStringList, present);
-    QFETCH(QStringList, absent);
+    QFETCH(QString, streams);
     const QString input = freshInput(QStringLiteral("My Video.mp4"));
     const QString target = work.filePath(output);
     QFile::remove(target);
     Downloader d;
-    d.options->steps << Downloader::stepTitle << Downloader::stepFormats << Downloader::stepFile;
-    d.step = Downloader::stepFile;
-    const auto from = static_cast<Downloader::FormatConvertingFrom>(kind);
-    QCOMPARE(convert(d, input, target, from), QStringList{"done"});
-
-    const QStringList streams = probe(target);
-    for (const QString &s : present)
-        QVERIFY2(hasStream(streams, s), qPrintable(s + QStringLiteral(" in ") + streams.join(' ')));
-    for (const QString &s : absent)
-        QVERIFY2(!hasStream(streams, s), qPrintable(s + QStringLiteral(" in ") + streams.join(' ')));
+    QCOMPARE(convert(d, input, target, static_cast<Downloader::FormatConvertingFrom>(kind)), QStringList{"done"});
+    const QString found = probe(target);
+    for (const QString &stream : streams.split(' '))
+        QVERIFY2(found.contains(stream), qPrintable(stream + QStringLiteral(" not in ") + found));
     QCOMPARE(QFile::exists(input), kind == 1);
     QCOMPARE(d.step, Downloader::stepIdle);
-    QCOMPARE(d.options->steps.last(), Downloader::stepConverting);
-    QCOMPARE(d.options->steps.size(), 4);
+    QCOMPARE(d.options->steps, QList<Downloader::steps>{Downloader::stepConverting});
 }
 
-void TestConversion::ffmpegFails_data()
+void TestConversion::failures_data()
 {
-    QTest::addColumn<QString>("inputText");
+    // ffmpeg takes "file:PATH" as PATH, the engine takes it literally: an
+    // output so named is not found, an input so named cannot be removed.
+    QTest::addColumn<QString>("input");
     QTest::addColumn<QString>("output");
     QTest::addColumn<int>("kind");
-    QTest::newRow("not media") << "plain text, not a video"
-                               << "out.mp3" << 0;
-    QTest::newRow("not media, recording") << "plain text, not a video"
-                                          << "out.mov" << 1;
+    QTest::addColumn<QString>("expected");
+    QTest::newRow("not media") << "text"
+                               << "out.mp3" << 0 << "error 5";
     // With no extension ffmpeg cannot tell which container to write.
-    QTest::newRow("output without extension") << ""
-                                              << "out" << 0;
-    QTest::newRow("missing input") << "-"
-                                   << "out.mp3" << 0;
+    QTest::newRow("output without extension") << "clip"
+                                              << "out" << 1 << "error 5";
+    QTest::newRow("audio file not found") << "clip"
+                                          << "file:out.mp3" << 0 << "error 6";
+    QTest::newRow("video cannot be removed") << "file:clip"
+                                             << "out.mp3" << 0 << "error 7";
 }
 
-void TestConversion::ffmpegFails()
+void TestConversion::failures()
 {
-    QFETCH(QString, inputText);
+    QFETCH(QString, input);
     QFETCH(QString, output);
     QFETCH(int, kind);
-    QString input = work.filePath(QStringLiteral("input.mp4"));
-    QFile::remove(input);
-    if (inputText.isEmpty()) {
-        input = freshInput(QStringLiteral("input.mp4"));
-    } else if (inputText != QLatin1String("-")) {
-        QFile file(input);
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write(inputText.toUtf8());
+    QFETCH(QString, expected);
+    const QString video = freshInput(QStringLiteral("input.mp4"));
+    if (input == QLatin1String("text")) {
+        QFile file(video);
+        QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
+        file.write("plain text, not a video");
     }
+    const QString audio = work.filePath(output.section(QLatin1Char(':'), -1));
+    QFile::remove(audio);
+    const QString from = input.startsWith(QLatin1String("file:")) ? QStringLiteral("file:") + video : video;
+    const QString to = output.startsWith(QLatin1String("file:")) ? QStringLiteral("file:") + audio : audio;
     Downloader d;
-    QCOMPARE(convert(d, input, work.filePath(output), static_cast<Downloader::FormatConvertingFrom>(kind)),
-             QStringList{"error 5"});
-    QCOMPARE(d.step, Downloader::stepIdle);
-    QVERIFY(d.options->steps.isEmpty());
-    QCOMPARE(QFile::exists(input), inputText != QLatin1String("-"));
-}
-
-void TestConversion::audioFileMissing()
-{
-    // ffmpeg takes "file:" as its file protocol and writes the plain path;
-    // the engine looks for a file literally named "file:...".
-    const QString input = freshInput(QStringLiteral("video for protocol output.mp4"));
-    const QString written = work.filePath(QStringLiteral("protocol.mp3"));
-    QFile::remove(written);
-    Downloader d;
-    QCOMPARE(convert(d, input, QStringLiteral("file:") + written, Downloader::fromAudioExtraction),
-             QStringList{"error 6"});
-    QVERIFY(hasStream(probe(written), QStringLiteral("audio=mp3")));
-    QVERIFY2(QFile::exists(input), "the video must stay when the audio file is not found");
+    QCOMPARE(convert(d, from, to, static_cast<Downloader::FormatConvertingFrom>(kind)), QStringList{expected});
+    QVERIFY2(QFile::exists(video), "a failed conversion keeps the downloaded video");
     QVERIFY(d.options->steps.isEmpty());
     QCOMPARE(d.step, Downloader::stepIdle);
+    // Errors 6 and 7 come after ffmpeg wrote the audio file.
+    if (expected != QLatin1String("error 5"))
+        QCOMPARE(probe(audio), QStringLiteral("mp3=audio"));
 }
 
-void TestConversion::downloadCannotBeRemoved_data()
+void TestConversion::stopRemovesInput()
 {
-    QTest::addColumn<bool>("lockedFolder");
-    QTest::newRow("input in a locked folder") << true;
-    QTest::newRow("input named by a protocol") << false;
-}
-
-void TestConversion::downloadCannotBeRemoved()
-{
-    QFETCH(bool, lockedFolder);
-    const QString output = work.filePath(QStringLiteral("kept.mp3"));
-    QFile::remove(output);
-    QString input;
-    QString onDisk;
-    QString folder = work.filePath(QStringLiteral("locked"));
-    bool immutable = false;
-    if (lockedFolder) {
-        QDir().mkpath(folder);
-        onDisk = folder + QStringLiteral("/video.mp4");
-        QFile::copy(clip, onDisk);
-        input = onDisk;
-        QFile(folder).setPermissions(QFileDevice::ReadOwner | QFileDevice::ExeOwner);
-        QFile probeFile(folder + QStringLiteral("/probe"));
-        if (probeFile.open(QIODevice::WriteOnly)) {
-            // Permissions do not stop the superuser; the immutable attribute does.
-            probeFile.remove();
-            immutable = QProcess::execute(QStringLiteral("chattr"), {QStringLiteral("+i"), folder}) == 0;
-            if (!immutable || QFile(folder + QStringLiteral("/probe")).open(QIODevice::WriteOnly)) {
-                QFile(folder).setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
-                QSKIP("running as superuser on a file system without the immutable attribute: "
-                      "no folder can be made unchangeable");
-            }
-        }
-    } else {
-        onDisk = freshInput(QStringLiteral("video for protocol input.mp4"));
-        input = QStringLiteral("file:") + onDisk;
-    }
-
-    Downloader d;
-    const QStringList events = convert(d, input, output, Downloader::fromAudioExtraction);
-    if (immutable)
-        QProcess::execute(QStringLiteral("chattr"), {QStringLiteral("-i"), folder});
-    if (lockedFolder)
-        QFile(folder).setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
-
-    QCOMPARE(events, QStringList{"error 7"});
-    QVERIFY(QFile::exists(onDisk));
-    QVERIFY(hasStream(probe(output), QStringLiteral("audio=mp3")));
-    QVERIFY(d.options->steps.isEmpty());
-}
-
-void TestConversion::stopCancelsLongJobs()
-{
-    // A download that hangs in the stand-in, stopped...
-    QTemporaryDir scenarioDir;
-    const QString scenario = scenarioDir.filePath(QStringLiteral("scenario"));
-    QFile script(scenario);
-    QVERIFY(script.open(QIODevice::WriteOnly));
-    script.write("[download]\ndelay: 0.05\npart: 65536\nout: [download]  10.0% of 640.00KiB\nhang\n");
-    script.close();
-    qputenv("VIDORRA_FAKE_SCRIPT", scenario.toLocal8Bit());
-    Downloader d;
-    QSignalSpy percent(&d, &Downloader::percent);
-    QSignalSpy file(&d, &Downloader::haveFile);
-    const QString download = work.filePath(QStringLiteral("long download.mp4"));
-    d.requestFile(18, download);
-    QVERIFY(percent.wait(10000));
-    QVERIFY(QFile::exists(download + QStringLiteral(".part")));
-    const qint64 downloadPid = d.processFile->processId();
-    d.stop();
-    qunsetenv("VIDORRA_FAKE_SCRIPT");
-    QVERIFY(!QFile::exists(download + QStringLiteral(".part")));
-    QVERIFY(processGone(downloadPid));
-
-    // ...then a conversion that reads ten minutes of uncompressed video from
-    // a second ffmpeg through a named pipe, stopped while it writes.
+    // ffmpeg waits for a writer on a named pipe: a conversion that runs until
+    // stopped. Stopping removes the second argument (the input) and the first
+    // ("-i", a file of that name in the working folder), not the output.
     const QString pipe = work.filePath(QStringLiteral("live.nut"));
+    const QString output = work.filePath(QStringLiteral("live.mkv"));
     QFile::remove(pipe);
     QCOMPARE(::mkfifo(QFile::encodeName(pipe).constData(), 0600), 0);
-    QProcess feeder;
-    feeder.start(QStringLiteral("ffmpeg"), {"-hide_banner",
-                                            "-loglevel",
-                                            "error",
-                                            "-f",
-                                            "lavfi",
-                                            "-i",
-                                            "testsrc=size=1280x720:rate=25:duration=600",
-                                            "-f",
-                                            "lavfi",
-                                            "-i",
-                                            "sine=duration=600",
-                                            "-c:v",
-                                            "rawvideo",
-                                            "-pix_fmt",
-                                            "yuv420p",
-                                            "-c:a",
-                                            "pcm_s16le",
-                                            "-f",
-                                            "nut",
-                                            "-y",
-                                            pipe});
-    QVERIFY(feeder.waitForStarted());
-    // Removing the second element of the argument list first and the first
-    // one ("-i") second is how stopping works; a file of that name in the
-    // working folder goes too.
+    QFile(output).open(QIODevice::WriteOnly);
     const QString previousFolder = QDir::currentPath();
     QDir::setCurrent(work.path());
-    QFile dash(QStringLiteral("-i"));
-    QVERIFY(dash.open(QIODevice::WriteOnly));
-    dash.close();
+    QFile(QStringLiteral("-i")).open(QIODevice::WriteOnly);
 
-    const QString output = work.filePath(QStringLiteral("live.mkv"));
-    QSignalSpy done(&d, &Downloader::doneExtractAudio);
-    QSignalSpy errors(&d, &Downloader::hasError);
+    Downloader d;
+    QStringList events;
+    connect(&d, &Downloader::doneExtractAudio, this, [&] { events << QStringLiteral("done"); });
+    connect(&d, &Downloader::hasError, this,
+            [&](Downloader::errors e) { events << QStringLiteral("error %1").arg(e); });
     d.formatConverting(pipe, output, Downloader::fromAudioExtraction);
-    QCOMPARE(d.step, Downloader::stepConverting);
-    QVERIFY(waitFor([&] { return QFileInfo(output).size() > 20000; }, 20000));
-    const qint64 ffmpegPid = d.processFFmpeg->processId();
+    QVERIFY(waitFor([&] { return d.processFFmpeg->state() == QProcess::Running; }, 10000));
+    QTest::qWait(300);
+    const auto pid = static_cast<pid_t>(d.processFFmpeg->processId());
     d.stop();
-    QVERIFY(processGone(ffmpegPid));
-    const bool dashGone = !QFile::exists(work.filePath(QStringLiteral("-i")));
+    const bool dashGone = !QFile::exists(QStringLiteral("-i"));
     QDir::setCurrent(previousFolder);
-    feeder.kill();
-    feeder.waitForFinished();
 
+    QVERIFY2(waitFor([pid] { return ::kill(pid, 0) != 0; }, 5000), "ffmpeg still runs");
     QVERIFY2(!QFile::exists(pipe), "stopping a conversion removes its input");
     QVERIFY(dashGone);
-    QVERIFY2(QFileInfo(output).size() > 0, "the partly written output stays");
+    QVERIFY(QFile::exists(output));
     QTest::qWait(200);
-    QCOMPARE(done.count(), 0);
-    QCOMPARE(errors.count(), 0);
-    QCOMPARE(file.count(), 0);
+    QCOMPARE(events, QStringList());
     QCOMPARE(d.step, Downloader::stepConverting);
 }
 

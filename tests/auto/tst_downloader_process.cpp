@@ -6,7 +6,7 @@
 
 #include <QJsonArray>
 #include <QJsonDocument>
-#include <QSignalSpy>
+#include <QPointer>
 
 #include <algorithm>
 
@@ -16,19 +16,32 @@ namespace {
 
 const QString pageUrl = QStringLiteral("https://www.example.com/watch?v=BaW_jenozKc");
 
-// One scenario for the stand-in, in a folder of its own; every child
-// started while it lives follows it.
-class Scenario
+// One Downloader on the current address, with one scenario for the stand-in
+// in a folder of its own, and everything the Downloader tells, in order.
+class Job : public QObject
 {
 public:
-    explicit Scenario(const QString &text)
+    explicit Job(const QString &scenario, bool launcherMissing = false)
     {
         QFile file(path());
         file.open(QIODevice::WriteOnly);
-        file.write(text.toUtf8());
+        file.write(scenario.toUtf8());
         qputenv("VIDORRA_FAKE_SCRIPT", path().toLocal8Bit());
+        QUrl address(pageUrl);
+        d.setURL(&address);
+        if (launcherMissing)
+            d.binDL = dir.filePath(QStringLiteral("run"));
+        auto tell = [this](const char *event) { return [this, event] { events << QLatin1String(event); }; };
+        connect(&d, &Downloader::hasError, this,
+                [this](Downloader::errors e) { events << QStringLiteral("error %1").arg(e); });
+        connect(&d, &Downloader::percent, this, [this](float p) { events << QStringLiteral("percent %1").arg(p); });
+        connect(&d, &Downloader::haveTitle, this, tell("title"));
+        connect(&d, &Downloader::haveFormats, this, tell("formats"));
+        connect(&d, &Downloader::haveFile, this, tell("file"));
+        connect(&d, &Downloader::testOK, this, tell("testOK"));
+        connect(&d, &Downloader::snifferUpdated, this, tell("updated"));
     }
-    ~Scenario()
+    ~Job() override
     {
         qunsetenv("VIDORRA_FAKE_SCRIPT");
     }
@@ -36,12 +49,28 @@ public:
     {
         return dir.filePath(QStringLiteral("scenario"));
     }
-    QString file(const QString &name) const
+    bool wait(int count)
     {
-        return dir.filePath(name);
+        return waitFor([&] { return events.size() >= count; }, 10000);
     }
-
-    // The argument lists the stand-in was called with, by kind.
+    // Waits until the children the engine holds now have ended (or were
+    // released after their end) and the engine has had time to answer. Call
+    // it right after a request, while no field can hold a released child.
+    bool settle()
+    {
+        const QList<QPointer<QProcess>> children{d.processTitle, d.processFormats, d.processFile, d.processUpdate,
+                                                 d.processTest};
+        const bool ended = waitFor(
+            [&] {
+                return std::all_of(children.begin(), children.end(), [](const QPointer<QProcess> &c) {
+                    return !c || c->state() == QProcess::NotRunning;
+                });
+            },
+            10000);
+        QTest::qWait(300);
+        return ended;
+    }
+    // The argument lists the stand-in was called with for `kind`.
     QList<QStringList> calls(const QString &kind) const
     {
         QList<QStringList> found;
@@ -49,62 +78,42 @@ public:
         log.open(QIODevice::ReadOnly);
         for (const QByteArray &line : log.readAll().split('\n')) {
             const QList<QByteArray> parts = line.split('\t');
-            if (parts.size() != 2 || parts.at(0) != kind.toUtf8())
-                continue;
-            QStringList args;
-            for (const auto &arg : QJsonDocument::fromJson(parts.at(1)).array())
-                args << arg.toString();
-            found << args;
+            if (parts.size() == 2 && parts.at(0) == kind.toUtf8())
+                found << QJsonDocument::fromJson(parts.at(1)).toVariant().toStringList();
         }
         return found;
     }
 
-private:
     QTemporaryDir dir;
+    Downloader d;
+    QStringList events;
 };
 
-// Everything a Downloader tells, in the order it tells it.
-class Events : public QObject
-{
-public:
-    explicit Events(Downloader *d)
-    {
-        connect(d, &Downloader::hasError, this,
-                [this](Downloader::errors e) { add(QStringLiteral("error %1").arg(e)); });
-        connect(d, &Downloader::haveOptions, this, [this] { add(QStringLiteral("options")); });
-        connect(d, &Downloader::haveTitle, this, [this] { add(QStringLiteral("title")); });
-        connect(d, &Downloader::haveFormats, this, [this] { add(QStringLiteral("formats")); });
-        connect(d, &Downloader::haveFile, this, [this] { add(QStringLiteral("file")); });
-        connect(d, &Downloader::testOK, this, [this] { add(QStringLiteral("testOK")); });
-        connect(d, &Downloader::doneExtractAudio, this, [this] { add(QStringLiteral("converted")); });
-        connect(d, &Downloader::percent, this, [this](float p) { add(QStringLiteral("percent %1").arg(p)); });
-        connect(d, &Downloader::snifferUpdated, this, [this] { add(QStringLiteral("updated")); });
-    }
-    QStringList list;
-    bool waitCount(int n, int timeoutMs = 10000)
-    {
-        return waitFor([&] { return list.size() >= n; }, timeoutMs);
-    }
+using Steps = QList<Downloader::steps>;
+const QString testUrl = QStringLiteral("https://www.example.com/watch?v=test");
 
-private:
-    void add(const QString &event)
-    {
-        list << event;
-    }
-};
-
-// Waits until `child` has ended and the engine has handled its end.
-bool settle(QProcess *const &child)
+// Starts the job of `kind` (the stand-in's name for it); `text` is the
+// self-test's expected title.
+void start(Downloader &d, const QString &kind, const QString &text, const QString &output)
 {
-    const bool ended = waitFor([&] { return child && child->state() == QProcess::NotRunning; }, 10000);
-    QTest::qWait(150);
-    return ended;
+    if (kind == QLatin1String("title"))
+        d.requestTitle();
+    else if (kind == QLatin1String("formats"))
+        d.requestFormats();
+    else if (kind == QLatin1String("download"))
+        d.requestFile(22, output);
+    else if (kind == QLatin1String("update"))
+        d.checkUpdates();
+    else
+        d.testIt(testUrl, text);
 }
 
-bool processGone(qint64 pid)
-{
-    return waitFor([pid] { return ::kill(static_cast<pid_t>(pid), 0) != 0; }, 5000);
-}
+// The arguments the tool must get for each kind of job.
+const QHash<QString, QString> argumentsOf{{"title", "--get-title --get-duration URL"},
+                                          {"formats", "--list-formats URL"},
+                                          {"download", "URL -o OUTPUT --format 22"},
+                                          {"update", "--update"},
+                                          {"test", "--get-title TEST"}};
 
 } // namespace
 
@@ -114,410 +123,222 @@ class TestDownloaderProcess : public QObject
 
 private slots:
     void setUrl();
-    void titleOutputs_data();
-    void titleOutputs();
-    void titleFailuresKeepEarlierTitle_data();
-    void titleFailuresKeepEarlierTitle();
-    void optionsRunTogether();
+    void titles_data();
+    void titles();
+    void outcomes_data();
+    void outcomes();
+    void optionsRunTogetherAndStopLeavesThem();
     void secondQueryWhileFirstRuns();
     void formatTable();
-    void formatFailuresAreSilent_data();
-    void formatFailuresAreSilent();
     void download();
-    void downloadFailures_data();
-    void downloadFailures();
     void downloadStopped();
-    void stopLeavesQueriesAlone();
-    void update_data();
-    void update();
-    void selfTest_data();
-    void selfTest();
 };
 
 void TestDownloaderProcess::setUrl()
 {
     Downloader d;
-    QUrl good(pageUrl);
+    QUrl good(QStringLiteral("http://127.0.0.1:8080/watch.html?x=1#t=3"));
     QVERIFY(d.setURL(&good));
-    QCOMPARE(d.url, pageUrl);
     QUrl empty;
-    QVERIFY(!d.setURL(&empty));
     QUrl invalid(QStringLiteral("http://exa mple.com:99999/"), QUrl::StrictMode);
-    QVERIFY(!invalid.isValid());
+    QVERIFY(!d.setURL(&empty));
     QVERIFY(!d.setURL(&invalid));
-    QCOMPARE(d.url, pageUrl);
-    // The full text form goes to the tool, query and fragment included.
-    QUrl other(QStringLiteral("http://127.0.0.1:8080/watch.html?x=1#t=3"));
-    QVERIFY(d.setURL(&other));
     QCOMPARE(d.url, QStringLiteral("http://127.0.0.1:8080/watch.html?x=1#t=3"));
 }
 
-void TestDownloaderProcess::titleOutputs_data()
+void TestDownloaderProcess::titles_data()
 {
     QTest::addColumn<QString>("script");
     QTest::addColumn<QString>("title");
     QTest::addColumn<QString>("duration");
-    QTest::newRow("recorded") << "out-file: recorded/title-my-video.txt"
-                              << "My Video Part 1"
-                              << "3:45";
+    auto row = [](const char *name, const char *script, const char *title, const char *duration) {
+        QTest::newRow(name) << script << title << duration;
+    };
+    row("punctuation, hyphens", "out-file: recorded/title-my-video.txt", "My Video Part 1", "3:45");
     // Each read stands alone: the duration's chunk replaces the title's.
-    QTest::newRow("two chunks") << "out: My-Video: Part 1\nout: 1:02:03"
-                                << "1 02 03"
-                                << "0:00";
-    QTest::newRow("one line") << "out: Just a title\\n"
-                              << "Just a title"
-                              << "0:00";
-    QTest::newRow("nothing printed") << "exit: 0"
-                                     << "default"
-                                     << "0:00";
-    QTest::newRow("Cyrillic only") << "out: Привет мир\\n2:00"
-                                   << ""
-                                   << "2:00";
-    QTest::newRow("zero byte ends the text") << "out: Abc\\x00def\\n1:00"
-                                             << "Abc"
-                                             << "0:00";
+    row("two chunks", "out: My-Video: Part 1\nout: 1:02:03", "1 02 03", "0:00");
+    row("one line", "out: Just a title\\n", "Just a title", "0:00");
+    row("nothing printed", "exit: 0", "default", "0:00");
+    row("Cyrillic only", "out: Привет мир\\n2:00", "", "2:00");
+    row("50 characters", "out: The_Quick.Brown-Fox, jumps: over the lazy dog!! 50\\n10:00",
+        "The Quick Brown Fox jumps over", "10:00");
+    row("zero byte ends the text", "out: Abc\\x00def\\n1:00", "Abc", "0:00");
 }
 
-void TestDownloaderProcess::titleOutputs()
+void TestDownloaderProcess::titles()
 {
     QFETCH(QString, script);
-    Scenario scenario(QStringLiteral("[title]\ndelay: 0.15\n") + script + QLatin1Char('\n'));
-    Downloader d;
-    Events events(&d);
-    QUrl address(pageUrl);
-    d.setURL(&address);
-    d.requestTitle();
-    QVERIFY(events.waitCount(1));
-    QTest::qWait(50);
-    QCOMPARE(events.list, QStringList{"title"});
-    QTEST(d.options->title, "title");
-    QTEST(d.options->duration, "duration");
-    QCOMPARE(d.options->steps, QList<Downloader::steps>{Downloader::stepTitle});
-    QCOMPARE(scenario.calls(QStringLiteral("title")), (QList<QStringList>{{"--get-title", "--get-duration", pageUrl}}));
+    Job job(QStringLiteral("[title]\ndelay: 0.15\n") + script + QLatin1Char('\n'));
+    job.d.requestTitle();
+    QVERIFY(job.settle());
+    QCOMPARE(job.events, QStringList{"title"});
+    QTEST(job.d.options->title, "title");
+    QTEST(job.d.options->duration, "duration");
+    QCOMPARE(job.d.options->steps, Steps{Downloader::stepTitle});
 }
 
-void TestDownloaderProcess::titleFailuresKeepEarlierTitle_data()
+void TestDownloaderProcess::outcomes_data()
 {
-    QTest::addColumn<QString>("second");
-    QTest::addColumn<bool>("launcherMissing");
-    QTest::newRow("exit code 1") << "out: Other title\\n9:99\nexit: 1" << false;
-    QTest::newRow("crash") << "out: Other title\\n9:99\ncrash" << false;
-    QTest::newRow("killed") << "crash: KILL" << false;
-    QTest::newRow("launcher missing") << "" << true;
+    // How each job ends: the stand-in's section, what it does (empty: the
+    // launcher is missing), the expected title of a self-test or the
+    // collected output of an update, and what the engine signals.
+    QTest::addColumn<QString>("kind");
+    QTest::addColumn<QString>("script");
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<QStringList>("expected");
+    auto row = [](const char *kind, const char *how, const char *script, const char *text, QStringList expected) {
+        QTest::addRow("%s, %s", kind, how) << kind << script << text << expected;
+    };
+    row("title", "exit code 1", "out: Other\\n9:99\nexit: 1", "", {"error 3"});
+    row("title", "crash", "out: Other\\n9:99\ncrash", "", {"error 3"});
+    row("title", "launcher missing", "", "", {"error 3"});
+    // Failed listings and downloads are silent on purpose.
+    row("formats", "exit code 1", "out-file: recorded/formats-classic.txt\nexit: 1", "", {});
+    row("formats", "crash", "out-file: recorded/formats-classic.txt\ncrash", "", {});
+    row("formats", "launcher missing", "", "", {});
+    row("download", "exit code 1", "out-file: recorded/progress-middle.txt\nexit: 1", "", {"percent 45.3"});
+    row("download", "crash", "out-file: recorded/progress-middle.txt\ncrash", "", {"percent 45.3"});
+    row("download", "launcher missing", "", "", {});
+    row("update", "done", "out: Updating ...\\n\nout: Updated", "Updating ...Updated", {"updated"});
+    row("update", "exit code 1", "out: ERROR\nexit: 1", "ERROR", {"error 4"});
+    row("update", "launcher missing", "", "", {"error 4"});
+    row("test", "match", "out: \\n  Test - 1  \\n", "Test - 1", {"testOK"});
+    row("test", "mismatch", "out: Test - 2", "Test - 1", {"error 2"});
+    // The raw title is compared, not the cleaned one.
+    row("test", "no clean-up", "out: Test-1", "Test 1", {"error 2"});
+    row("test", "first chunk counts", "out: Test\nout: Video", "Test", {"testOK"});
+    row("test", "silent", "exit: 0", "Test", {"error 2"});
+    row("test", "silent, nothing expected", "exit: 0", "", {"testOK"});
+    row("test", "exit code 1", "out: Test\nexit: 1", "Test", {"error 1"});
+    row("test", "launcher missing", "", "Test", {"error 1"});
 }
 
-void TestDownloaderProcess::titleFailuresKeepEarlierTitle()
+void TestDownloaderProcess::outcomes()
 {
-    QFETCH(QString, second);
-    QFETCH(bool, launcherMissing);
-    Scenario scenario(QStringLiteral("[title 1]\nout: Kept-Title\\n1:23\n[title 2]\ndelay: 0.05\n") + second +
-                      QLatin1Char('\n'));
-    Downloader d;
-    Events events(&d);
-    d.requestTitle();
-    QVERIFY(events.waitCount(1));
-    if (launcherMissing)
-        d.binDL = scenario.file(QStringLiteral("no-such-folder/run"));
-    d.requestTitle();
-    QVERIFY(events.waitCount(2));
-    QVERIFY(settle(d.processTitle));
-    QCOMPARE(events.list, (QStringList{"title", "error 3"}));
-    QCOMPARE(d.options->title, QStringLiteral("Kept Title"));
-    QCOMPARE(d.options->duration, QStringLiteral("1:23"));
-    QCOMPARE(d.options->steps, QList<Downloader::steps>{Downloader::stepTitle});
-    // A failed child is kept (not released) until the next query replaces it.
-    QVERIFY(d.processTitle);
+    QFETCH(QString, kind);
+    QFETCH(QString, script);
+    QFETCH(QString, text);
+    const bool launcherMissing = script.isEmpty();
+    const QString part = kind == QLatin1String("download") ? QStringLiteral("part: 100\n") : QString();
+    Job job(QStringLiteral("[%1]\ndelay: 0.1\n%2%3\n").arg(kind, part, script), launcherMissing);
+    // What earlier jobs stored stays when a job fails.
+    job.d.options->title = QStringLiteral("Kept");
+    job.d.options->formats.insert(999, Downloader::videoFormat());
+    job.d.titleLines = QStringList{QStringLiteral("old")};
+    job.d.updateOutput = QStringLiteral("left over");
+    const QString output = job.dir.filePath(QStringLiteral("clip.mp4"));
+    start(job.d, kind, text, output);
+    QVERIFY(job.settle());
+    QTEST(job.events, "expected");
+    const QStringList args = argumentsOf.value(kind)
+                                 .split(' ')
+                                 .replaceInStrings("OUTPUT", output)
+                                 .replaceInStrings("URL", pageUrl)
+                                 .replaceInStrings("TEST", testUrl);
+    QCOMPARE(job.calls(kind), launcherMissing ? QList<QStringList>() : QList<QStringList>{args});
+    QVERIFY(job.d.options->steps.isEmpty());
+    QCOMPARE(job.d.options->title, QStringLiteral("Kept"));
+    QVERIFY(job.d.options->formats.contains(999));
+    if (kind == QLatin1String("update"))
+        QCOMPARE(job.d.updateOutput, text);
+    if (kind == QLatin1String("test"))
+        QVERIFY(job.d.titleLines.isEmpty());
+    if (kind == QLatin1String("download")) {
+        // Still "downloading", so stopping now clears what the tool left.
+        QCOMPARE(job.d.step, Downloader::stepFile);
+        QCOMPARE(QFile::exists(job.d.partFile), !launcherMissing);
+        job.d.stop();
+        QVERIFY(!QFile::exists(job.d.partFile) && !QFile::exists(output));
+    }
 }
 
-void TestDownloaderProcess::optionsRunTogether()
+void TestDownloaderProcess::optionsRunTogetherAndStopLeavesThem()
 {
-    Scenario scenario(QStringLiteral("[title]\npause: 1.0\nout-file: recorded/title-my-video.txt\n"
-                                     "[formats]\npause: 1.0\nout-file: recorded/formats-classic.txt\n"));
-    Downloader d;
-    Events events(&d);
-    QUrl address(pageUrl);
-    d.setURL(&address);
+    Job job(QStringLiteral("[title]\npause: 1.0\nout-file: recorded/title-my-video.txt\n"
+                           "[formats]\npause: 1.0\nout-file: recorded/formats-classic.txt\n"));
+    const QString bystander = job.dir.filePath(QStringLiteral("keep.part"));
+    QFile(bystander).open(QIODevice::WriteOnly);
+    job.d.partFile = bystander;
     QElapsedTimer clock;
     clock.start();
-    d.getOptions();
-    QVERIFY(events.waitCount(2));
+    job.d.getOptions();
+    // Neither query is a job that stop() cancels.
+    for (Downloader::steps s : {Downloader::stepIdle, Downloader::stepTitle, Downloader::stepFormats}) {
+        job.d.step = s;
+        job.d.stop();
+    }
+    QVERIFY(job.wait(2));
     // Each child takes over 1.2 s; one after the other would take twice that.
     QVERIFY2(clock.elapsed() < 2000, qPrintable(QString::number(clock.elapsed())));
-    QVERIFY(events.list.contains("title") && events.list.contains("formats"));
-    QCOMPARE(d.options->steps.size(), 2);
-    QVERIFY(d.options->steps.contains(Downloader::stepTitle) && d.options->steps.contains(Downloader::stepFormats));
-    QCOMPARE(d.options->title, QStringLiteral("My Video Part 1"));
-    QCOMPARE(d.options->formats.size(), 8);
+    QVERIFY(job.events.contains("title") && job.events.contains("formats"));
+    QVERIFY(QFile::exists(bystander));
 }
-
 void TestDownloaderProcess::secondQueryWhileFirstRuns()
 {
     // The first child outlives the second; both still deliver, and the end
     // of the first must not take the second child with it.
-    Scenario scenario(QStringLiteral("[title 1]\npause: 0.8\nout: First\\n1:00\n"
-                                     "[title 2]\nout: Second\\n2:00\npause: 0.6\n"));
-    Downloader d;
-    Events events(&d);
-    d.requestTitle();
+    Job job(QStringLiteral("[title 1]\npause: 0.8\nout: First\\n1:00\n"
+                           "[title 2]\nout: Second\\n2:00\npause: 0.6\n"));
+    job.d.requestTitle();
     QTest::qWait(100);
-    d.requestTitle();
-    QVERIFY(events.waitCount(2));
-    QCOMPARE(events.list, (QStringList{"title", "title"}));
-    QCOMPARE(d.options->title, QStringLiteral("First"));
-    QCOMPARE(d.options->steps.size(), 2);
+    job.d.requestTitle();
+    QVERIFY(job.wait(2));
+    QCOMPARE(job.events, (QStringList{"title", "title"}));
+    QCOMPARE(job.d.options->title, QStringLiteral("First"));
 }
 
 void TestDownloaderProcess::formatTable()
 {
-    Scenario scenario(QStringLiteral("[formats 1]\nout-file: recorded/formats-classic.txt\n"
-                                     "[formats 2]\nout: [youtube] x: Downloading webpage\\n"
-                                     "160 mp4 256x144 DASH video 108k , avc1.4d400b\n"));
-    Downloader d;
-    Events events(&d);
-    QUrl address(pageUrl);
-    d.setURL(&address);
-    Downloader::videoFormat stale;
-    stale.code = 999;
-    d.options->formats.insert(999, stale);
-    d.requestFormats();
-    QVERIFY(events.waitCount(1));
-    QCOMPARE(scenario.calls(QStringLiteral("formats")), (QList<QStringList>{{"--list-formats", pageUrl}}));
-    QCOMPARE(events.list, QStringList{"formats"});
-    QCOMPARE(d.audioFormats.size(), 32);
-    const auto &formats = d.options->formats;
-    QList<int> codes = formats.keys();
+    // The recorded listing has a header, bracketed and DASH lines, a short
+    // line (91), a repeated code (18) and a "(best)" line.
+    Job job(QStringLiteral("[formats 1]\nout-file: recorded/formats-classic.txt\n"
+                           "[formats 2]\nout: [youtube] x: Downloading webpage\\n160 mp4 256x144 DASH video 108k\n"));
+    job.d.options->formats.insert(999, Downloader::videoFormat());
+    job.d.requestFormats();
+    QVERIFY(job.wait(1));
+    QList<int> codes = job.d.options->formats.keys();
     std::sort(codes.begin(), codes.end());
     QCOMPARE(codes, (QList<int>{5, 17, 18, 22, 36, 43, 91, 133}));
-    const Downloader::videoFormat best = formats.value(22);
-    QCOMPARE(best.extension, QStringLiteral("mp4"));
-    QCOMPARE(best.resolution, QStringLiteral("1280x720"));
-    QCOMPARE(best.description, QStringLiteral("AAC 192 KBps"));
-    QVERIFY(best.best);
-    QCOMPARE(formats.value(18).description, QStringLiteral("AAC 96 KBps\t\t[1.21MiB]"));
-    QCOMPARE(formats.value(91).description, QStringLiteral("N/A\t\t[mp4]"));
-    QCOMPARE(d.options->steps, QList<Downloader::steps>{Downloader::stepFormats});
-
+    QCOMPARE(job.d.options->formats.value(18).description, QStringLiteral("AAC 96 KBps\t\t[1.21MiB]"));
+    QVERIFY(job.d.options->formats.value(22).best);
     // A listing with nothing to offer still ends the step.
-    d.requestFormats();
-    QVERIFY(events.waitCount(2));
-    QVERIFY(d.options->formats.isEmpty());
-    QCOMPARE(d.options->steps, (QList<Downloader::steps>{Downloader::stepFormats, Downloader::stepFormats}));
-}
-
-void TestDownloaderProcess::formatFailuresAreSilent_data()
-{
-    QTest::addColumn<QString>("script");
-    QTest::newRow("exit code 1") << "out-file: recorded/formats-classic.txt\nexit: 1";
-    QTest::newRow("crash") << "out-file: recorded/formats-classic.txt\ncrash";
-    QTest::newRow("launcher missing") << "";
-}
-
-void TestDownloaderProcess::formatFailuresAreSilent()
-{
-    QFETCH(QString, script);
-    Scenario scenario(QStringLiteral("[formats]\ndelay: 0.05\n") + script + QLatin1Char('\n'));
-    Downloader d;
-    if (script.isEmpty())
-        d.binDL = scenario.file(QStringLiteral("run"));
-    Events events(&d);
-    d.requestFormats();
-    QVERIFY(settle(d.processFormats));
-    QTest::qWait(200);
-    QCOMPARE(events.list, QStringList());
-    QVERIFY(d.options->formats.isEmpty());
-    QVERIFY(d.options->steps.isEmpty());
-    // The title query of the same missing launcher is the one that speaks.
-    if (script.isEmpty()) {
-        d.getOptions();
-        QVERIFY(events.waitCount(1));
-        QVERIFY(settle(d.processFormats));
-        QCOMPARE(events.list, QStringList{"error 3"});
-    }
+    job.d.requestFormats();
+    QVERIFY(job.wait(2));
+    QVERIFY(job.d.options->formats.isEmpty());
+    QCOMPARE(job.d.options->steps, (Steps{Downloader::stepFormats, Downloader::stepFormats}));
 }
 
 void TestDownloaderProcess::download()
 {
-    Scenario scenario(QStringLiteral("[download]\ndelay: 0.15\npart: 2048\n"
-                                     "out-file: recorded/progress-start.txt\n"
-                                     "out-file: recorded/progress-middle.txt\n"
-                                     "out-file: recorded/progress-two-lines.txt\n"
-                                     "out-file: recorded/progress-end.txt\n"));
-    Downloader d;
-    Events events(&d);
-    QUrl address(pageUrl);
-    d.setURL(&address);
-    d.options->steps << Downloader::stepTitle << Downloader::stepFormats;
-    const QString output = scenario.file(QStringLiteral("My Video.mp4"));
-    d.requestFile(18, output);
-    QCOMPARE(d.step, Downloader::stepFile);
-    QCOMPARE(d.partFile, output + QStringLiteral(".part"));
-    QVERIFY(waitFor([&] { return QFile::exists(d.partFile); }));
-    QVERIFY(events.waitCount(5));
-    QCOMPARE(events.list, (QStringList{"percent 0", "percent 45.3", "percent 12.5", "percent 100", "file"}));
-    QCOMPARE(scenario.calls(QStringLiteral("download")),
-             (QList<QStringList>{{pageUrl, "-o", output, "--format", "18"}}));
-    QCOMPARE(d.options->steps,
-             (QList<Downloader::steps>{Downloader::stepTitle, Downloader::stepFormats, Downloader::stepFile}));
-    QCOMPARE(d.step, Downloader::stepIdle);
+    // Chunks without a figure, with one, and with two lines.
+    Job job(QStringLiteral("[download]\ndelay: 0.15\npart: 2048\n"
+                           "out-file: recorded/progress-start.txt\n"
+                           "out-file: recorded/progress-middle.txt\n"
+                           "out-file: recorded/progress-two-lines.txt\n"
+                           "out-file: recorded/progress-end.txt\n"));
+    const QString output = job.dir.filePath(QStringLiteral("My Video.mp4"));
+    job.d.requestFile(18, output);
+    QCOMPARE(job.d.step, Downloader::stepFile);
+    QVERIFY(job.wait(5));
+    QCOMPARE(job.events, (QStringList{"percent 0", "percent 45.3", "percent 12.5", "percent 100", "file"}));
+    QCOMPARE(job.d.options->steps, Steps{Downloader::stepFile});
+    QCOMPARE(job.d.step, Downloader::stepIdle);
     QCOMPARE(QFileInfo(output).size(), 2048);
-    QVERIFY(!QFile::exists(d.partFile));
-}
-
-void TestDownloaderProcess::downloadFailures_data()
-{
-    QTest::addColumn<QString>("script");
-    QTest::addColumn<QStringList>("expected");
-    QTest::newRow("exit code 1") << "out-file: recorded/progress-middle.txt\nexit: 1" << QStringList{"percent 45.3"};
-    QTest::newRow("crash") << "out-file: recorded/progress-middle.txt\ncrash" << QStringList{"percent 45.3"};
-    QTest::newRow("launcher missing") << "" << QStringList();
-}
-
-void TestDownloaderProcess::downloadFailures()
-{
-    QFETCH(QString, script);
-    QFETCH(QStringList, expected);
-    Scenario scenario(QStringLiteral("[download]\ndelay: 0.05\npart: 100\n") + script + QLatin1Char('\n'));
-    Downloader d;
-    if (script.isEmpty())
-        d.binDL = scenario.file(QStringLiteral("run"));
-    Events events(&d);
-    const QString output = scenario.file(QStringLiteral("clip.mp4"));
-    d.requestFile(22, output);
-    QVERIFY(settle(d.processFile));
-    QTest::qWait(200);
-    QCOMPARE(events.list, expected);
-    QVERIFY(d.options->steps.isEmpty());
-    QVERIFY(!QFile::exists(output));
-    // Still "downloading", so stopping now clears what the tool left behind.
-    QCOMPARE(d.step, Downloader::stepFile);
-    QCOMPARE(QFile::exists(d.partFile), !script.isEmpty());
-    d.stop();
-    QVERIFY(!QFile::exists(d.partFile));
 }
 
 void TestDownloaderProcess::downloadStopped()
 {
-    Scenario scenario(QStringLiteral("[download]\ndelay: 0.05\npart: 4096\n"
-                                     "out-file: recorded/progress-middle.txt\nhang\n"));
-    Downloader d;
-    Events events(&d);
-    const QString output = scenario.file(QStringLiteral("clip.mp4"));
-    d.requestFile(22, output);
-    QVERIFY(events.waitCount(1));
-    QVERIFY(QFile::exists(d.partFile));
-    const qint64 pid = d.processFile->processId();
-    QVERIFY(pid > 0);
-    d.stop();
-    QVERIFY(!QFile::exists(d.partFile));
-    QVERIFY2(processGone(pid), "the download child still runs");
+    Job job(QStringLiteral("[download]\ndelay: 0.05\npart: 4096\nout-file: recorded/progress-middle.txt\nhang\n"));
+    job.d.requestFile(22, job.dir.filePath(QStringLiteral("clip.mp4")));
+    QVERIFY(job.wait(1));
+    QVERIFY(QFile::exists(job.d.partFile));
+    const auto pid = static_cast<pid_t>(job.d.processFile->processId());
+    job.d.stop();
+    QVERIFY(!QFile::exists(job.d.partFile));
+    QVERIFY2(waitFor([pid] { return ::kill(pid, 0) != 0; }, 5000), "the download child still runs");
     QTest::qWait(200);
-    QCOMPARE(events.list, QStringList{"percent 45.3"});
-    QVERIFY(!QFile::exists(output));
-    QVERIFY(d.options->steps.isEmpty());
-    // stop() leaves the step alone.
-    QCOMPARE(d.step, Downloader::stepFile);
-}
-
-void TestDownloaderProcess::stopLeavesQueriesAlone()
-{
-    Scenario scenario(QStringLiteral("[title]\npause: 0.4\nout: Slow\\n0:01\n"
-                                     "[formats]\npause: 0.4\nout-file: recorded/formats-classic.txt\n"));
-    Downloader d;
-    Events events(&d);
-    const QString bystander = scenario.file(QStringLiteral("keep.part"));
-    QFile(bystander).open(QIODevice::WriteOnly);
-    d.partFile = bystander;
-    d.getOptions();
-    for (Downloader::steps s : {Downloader::stepIdle, Downloader::stepTitle, Downloader::stepFormats}) {
-        d.step = s;
-        d.stop();
-    }
-    QVERIFY(events.waitCount(2));
-    QCOMPARE(events.list.size(), 2);
-    QCOMPARE(d.options->title, QStringLiteral("Slow"));
-    QVERIFY(QFile::exists(bystander));
-}
-
-void TestDownloaderProcess::update_data()
-{
-    QTest::addColumn<QString>("script");
-    QTest::addColumn<QStringList>("expected");
-    QTest::addColumn<QString>("output");
-    QTest::newRow("updated") << "out: Updating to version 2023.03.04 ...\\n\nout: Updated yt-dlp"
-                             << QStringList{"updated"} << "Updating to version 2023.03.04 ...Updated yt-dlp";
-    QTest::newRow("failed") << "out: ERROR: unable to write\nexit: 1" << QStringList{"error 4"}
-                            << "ERROR: unable to write";
-    QTest::newRow("crashed") << "crash" << QStringList{"error 4"} << "";
-    QTest::newRow("launcher missing") << "" << QStringList{"error 4"} << "";
-}
-
-void TestDownloaderProcess::update()
-{
-    QFETCH(QString, script);
-    Scenario scenario(QStringLiteral("[update]\ndelay: 0.1\n") + script + QLatin1Char('\n'));
-    Downloader d;
-    if (script.isEmpty())
-        d.binDL = scenario.file(QStringLiteral("run"));
-    Events events(&d);
-    d.updateOutput = QStringLiteral("left over");
-    d.checkUpdates();
-    QVERIFY(events.waitCount(1));
-    QVERIFY(settle(d.processUpdate));
-    QTEST(events.list, "expected");
-    QTEST(d.updateOutput, "output");
-    if (!script.isEmpty())
-        QCOMPARE(scenario.calls(QStringLiteral("update")), (QList<QStringList>{{"--update"}}));
-}
-
-void TestDownloaderProcess::selfTest_data()
-{
-    QTest::addColumn<QString>("script");
-    QTest::addColumn<QString>("expectedTitle");
-    QTest::addColumn<QStringList>("expected");
-    QTest::newRow("match") << "out: \\n  Test Video - 1  \\n"
-                           << "Test Video - 1" << QStringList{"testOK"};
-    QTest::newRow("mismatch") << "out: Test Video - 2"
-                              << "Test Video - 1" << QStringList{"error 2"};
-    // The raw title is compared, not the cleaned one.
-    QTest::newRow("no clean-up") << "out: Test-Video"
-                                 << "Test Video" << QStringList{"error 2"};
-    QTest::newRow("case matters") << "out: test video"
-                                  << "Test Video" << QStringList{"error 2"};
-    QTest::newRow("first chunk only") << "out: Test\nout: Video"
-                                      << "Test" << QStringList{"testOK"};
-    QTest::newRow("first chunk of two") << "out: Test\nout: Video"
-                                        << "Test\nVideo" << QStringList{"error 2"};
-    QTest::newRow("silent, empty expected") << "exit: 0"
-                                            << "" << QStringList{"testOK"};
-    QTest::newRow("silent") << "exit: 0"
-                            << "Test Video" << QStringList{"error 2"};
-    QTest::newRow("exit code 1, title right") << "out: Test Video\nexit: 1"
-                                              << "Test Video" << QStringList{"error 1"};
-    QTest::newRow("crash") << "crash"
-                           << "Test Video" << QStringList{"error 1"};
-    QTest::newRow("launcher missing") << ""
-                                      << "Test Video" << QStringList{"error 1"};
-}
-
-void TestDownloaderProcess::selfTest()
-{
-    QFETCH(QString, script);
-    QFETCH(QString, expectedTitle);
-    Scenario scenario(QStringLiteral("[test]\ndelay: 0.15\n") + script + QLatin1Char('\n'));
-    Downloader d;
-    if (script.isEmpty())
-        d.binDL = scenario.file(QStringLiteral("run"));
-    Events events(&d);
-    d.titleLines = QStringList{QStringLiteral("old")};
-    const QString testUrl = QStringLiteral("https://www.example.com/watch?v=test");
-    d.testIt(testUrl, expectedTitle);
-    QVERIFY(d.titleLines.isEmpty());
-    QVERIFY(events.waitCount(1));
-    QVERIFY(settle(d.processTest));
-    QTEST(events.list, "expected");
-    QCOMPARE(d.testData.mid(0, 2), (QStringList{testUrl, expectedTitle}));
-    if (!script.isEmpty())
-        QCOMPARE(scenario.calls(QStringLiteral("test")), (QList<QStringList>{{"--get-title", testUrl}}));
+    QCOMPARE(job.events, QStringList{"percent 45.3"});
+    QCOMPARE(job.d.step, Downloader::stepFile);
 }
 
 VIDORRA_TEST_MAIN(TestDownloaderProcess)
