@@ -32,17 +32,19 @@ class ShellTest : public QObject
     QString dataFolder() const { return qEnvironmentVariable("XDG_DATA_HOME") + "/Vidorra 2"; }
     QString documents() const { return qEnvironmentVariable("HOME") + "/Documents"; }
 
-    // A message box text of the last shown box, answered by a timer.
     QString lastBoxTitle, lastBoxText;
-    void closeNextBox()
+    void closeNextBox() { closeNextMessage(&lastBoxTitle, &lastBoxText); }
+    // A fresh data folder holding a settings file made of `body`.
+    void freshSettings(const QString &body)
     {
-        answerNextModal([this](QWidget *w) {
-            if (auto *box = qobject_cast<QMessageBox *>(w)) {
-                lastBoxTitle = box->windowTitle();
-                lastBoxText = box->text();
-            }
-            w->close();
-        });
+        QDir(dataFolder()).removeRecursively();
+        QVERIFY(writeSettings(dataFolder(), body));
+    }
+    void stockSettings()
+    {
+        QDir(dataFolder()).removeRecursively();
+        QDir().mkpath(dataFolder());
+        QVERIFY(QFile::copy(VIDORRA_SOURCE_DIR "/deploy/sniffer.ini", dataFolder() + "/sniffer.ini"));
     }
 
 private slots:
@@ -106,16 +108,7 @@ private slots:
 
     void tableKeysBecomeNumbers()
     {
-        QDir(dataFolder()).removeRecursively();
-        QDir().mkpath(dataFolder());
-        {
-            QSettings settings(dataFolder() + "/sniffer.ini", QSettings::IniFormat);
-            settings.setValue("help/1", "one");
-            settings.setValue("help/2", "two");
-            settings.setValue("help/10", "ten");
-            settings.setValue("os_urls/x", "not a number");
-            settings.setValue("os_urls/0", "zero");
-        }
+        freshSettings("[help]\n1=one\n2=two\n10=ten\n[os_urls]\nx=not a number\n0=zero\n");
         Sniffer sniffer;
         const auto help = sniffer.appSettings.tables.value("help");
         QCOMPARE(help.size(), 3);
@@ -168,9 +161,7 @@ private slots:
         QFETCH(QString, mode);
         QFETCH(QString, expected);
         QFETCH(bool, goesOn);
-        QDir(dataFolder()).removeRecursively();
-        QDir().mkpath(dataFolder());
-        QVERIFY(QFile::copy(VIDORRA_SOURCE_DIR "/deploy/sniffer.ini", dataFolder() + "/sniffer.ini"));
+        stockSettings();
         QProcess child;
         child.start(QCoreApplication::applicationFilePath(), {"--child", mode});
         QVERIFY(child.waitForFinished(30000));
@@ -288,9 +279,7 @@ private slots:
 
     void messagesComeFromTheTables()
     {
-        QDir(dataFolder()).removeRecursively();
-        QDir().mkpath(dataFolder());
-        QVERIFY(QFile::copy(VIDORRA_SOURCE_DIR "/deploy/sniffer.ini", dataFolder() + "/sniffer.ini"));
+        stockSettings();
         Sniffer sniffer;
         sniffer.start();
 
@@ -352,17 +341,8 @@ private slots:
 
     void helpMenuAndAbout()
     {
-        QDir(dataFolder()).removeRecursively();
-        QDir().mkpath(dataFolder());
-        {
-            QSettings settings(dataFolder() + "/sniffer.ini", QSettings::IniFormat);
-            settings.setValue("help/1", "Just a tip");
-            settings.setValue("help/2", "About");
-            settings.setValue("help_actions/2", "showAboutDialog");
-            settings.setValue("help/3", "Broken");
-            settings.setValue("help_actions/3", "noSuchSlot");
-            settings.setValue("last_update_v", "2023.03.04");
-        }
+        freshSettings("last_update_v=2023.03.04\n[help]\n1=Just a tip\n2=About\n3=Broken\n"
+                      "[help_actions]\n2=showAboutDialog\n3=slot:noSuchSlot()\n");
         Sniffer sniffer;
         sniffer.start();
         QVERIFY(sniffer.windowTitle().contains("2.0.0.327"));
@@ -384,7 +364,6 @@ private slots:
         QTest::mouseClick(close, Qt::LeftButton);
         QVERIFY(waitFor([&] { return sniffer.aboutDialog.isNull(); }, 3000));
 
-        lastBoxText.clear();
         closeNextBox();
         actions.at(2)->trigger();
         QCOMPARE(lastBoxText, QString("Broken"));
