@@ -178,6 +178,21 @@ class LauncherTest(unittest.TestCase):
             self.assertNotIn("$HOME", template)
             self.assertTrue(template.endswith("50%%.mp4"), template)
 
+    def test_separate_streams_are_marked(self):
+        table = ("[youtube] abc: Downloading webpage\\n[info] Available formats for abc:\\n"
+                 "format code  extension  resolution note\\n"
+                 "140          m4a        audio only tiny  129k , m4a_dash container, mp4a.40.2@129k\\n"
+                 "18           mp4        640x360    360p  539k , avc1.42001E, mp4a.40.2@ 96k\\n"
+                 "137          mp4        1920x1080  1080p 4393k , mp4_dash container, avc1.640028, video only\\n")
+        fake = write(os.path.join(self.dir, "table"), "#!/bin/sh\nprintf '" + table + "'\n")
+        lines = run("--list-formats", "http://x/", tool=fake).stdout.decode().splitlines()
+        self.assertTrue(lines[3].endswith("DASH audio") and lines[5].endswith("DASH video"), lines)
+        self.assertTrue(lines[4].endswith("(best)"), lines)
+        lone = write(os.path.join(self.dir, "lone"), "#!/bin/sh\nprintf 'format code  extension  resolution note\\n"
+                     "mp3 mp3 audio only\\n'\n")
+        self.assertEqual(run("--list-formats", "http://x/", tool=lone).stdout.decode().splitlines()[-1],
+                         "mp3 mp3 audio only (best)")
+
     def test_bad_usage(self):
         cases = [[], ["--bogus"], ["--list-formats"], ["--get-title"], ["--list-formats", "a", "b"], ["--update", "x"],
                  ["--get-title", "--get-title", "u"], ["u", "-o", "p"], ["u", "-o", "p", "--format", "best"],
