@@ -87,10 +87,23 @@ private slots:
         QFile::remove(stockFile());
     }
 
-    void missingStockFileStillBuildsTheWindow()
+    void missingOrCorruptSettingsStillBuildTheWindow_data()
     {
+        QTest::addColumn<QByteArray>("content");
+        QTest::newRow("no settings, no stock file") << QByteArray();
+        QTest::newRow("corrupt settings") << QByteArray("\x00\xff[[error_titles\n=\n\x01~~\n", 19);
+    }
+    void missingOrCorruptSettingsStillBuildTheWindow()
+    {
+        QFETCH(QByteArray, content);
         QDir(dataFolder()).removeRecursively();
         QFile::remove(stockFile());
+        if (!content.isEmpty()) {
+            QDir().mkpath(dataFolder());
+            QFile ini(dataFolder() + "/sniffer.ini");
+            QVERIFY(ini.open(QIODevice::WriteOnly));
+            ini.write(content);
+        }
         Sniffer sniffer;
         sniffer.start();
         QVERIFY(sniffer.appSettings.tables.value("error_titles").isEmpty());
