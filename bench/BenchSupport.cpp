@@ -18,7 +18,6 @@ QTextStream &out()
     return stream;
 }
 
-
 bool spin(const std::function<bool()> &done)
 {
     QElapsedTimer clock;
@@ -103,6 +102,19 @@ double measure(const char *name, const Pair &pair, int runs)
     return ratio;
 }
 
+
+double titleAndFormatsDirect(const QString &launcher, const QString &page)
+{
+    QElapsedTimer clock;
+    clock.start();
+    QProcess *t = startDirect(launcher, {QStringLiteral("--get-title"), QStringLiteral("--get-duration"), page});
+    QProcess *f = startDirect(launcher, {QStringLiteral("--list-formats"), page});
+    spin([&] { return finishedOk(t) && finishedOk(f); });
+    const double s = seconds(clock);
+    delete t;
+    delete f;
+    return s;
+}
 
 QString startMediaServer(QProcess &server, const QString &dir)
 {

@@ -38,6 +38,10 @@ struct Pair
 // ratios (program / direct).
 double measure(const char *name, const Pair &pair, int runs);
 
+// The two launcher runs the Options page waits for (title and format list),
+// started directly at the same moment; the time until both have ended.
+double titleAndFormatsDirect(const QString &launcher, const QString &page);
+
 // Starts tests/fixtures/media_server.py on `dir`; returns the base address
 // ("http://127.0.0.1:PORT/") or an empty string.
 QString startMediaServer(QProcess &server, const QString &dir);

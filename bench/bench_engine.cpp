@@ -74,17 +74,7 @@ int main(int argc, char **argv)
         spin([&] { return title && formats; });
         return seconds(clock);
     };
-    options.direct = [&] {
-        QElapsedTimer clock;
-        clock.start();
-        QProcess *t = startDirect(launcher, {QStringLiteral("--get-title"), QStringLiteral("--get-duration"), page});
-        QProcess *f = startDirect(launcher, {QStringLiteral("--list-formats"), page});
-        spin([&] { return finishedOk(t) && finishedOk(f); });
-        const double s = seconds(clock);
-        delete t;
-        delete f;
-        return s;
-    };
+    options.direct = [&] { return titleAndFormatsDirect(launcher, page); };
     options.between = [] {};
 
     // (b) a download of the big file.

@@ -81,17 +81,7 @@ int main(int argc, char **argv)
             out() << "  (the Options page did not come)\n";
         return s;
     };
-    options.direct = [&] {
-        QElapsedTimer clock;
-        clock.start();
-        QProcess *t = startDirect(launcher, {QStringLiteral("--get-title"), QStringLiteral("--get-duration"), page});
-        QProcess *f = startDirect(launcher, {QStringLiteral("--list-formats"), page});
-        spin([&] { return finishedOk(t) && finishedOk(f); });
-        const double s = seconds(clock);
-        delete t;
-        delete f;
-        return s;
-    };
+    options.direct = [&] { return titleAndFormatsDirect(launcher, page); };
     options.between = [&] { sniffer.showLayer(Sniffer::LayerMain); };
 
     const double ratio = measure("(d) Return to the Options page", options, runs);
