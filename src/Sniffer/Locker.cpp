@@ -6,6 +6,23 @@
 
 #include "Sniffer/Sniffer.h"
 
+namespace {
+
+// Every failure of the lock is logged, told with its details and ends the
+// process, always with status 0.
+[[noreturn]] void lockFailure(Sniffer &sniffer, int line, const char *function, const char *what, int number)
+{
+    const QString lockFile = sniffer.appSettings.lockerFile;
+    qCritical() << "!!! ERROR: "
+                << "src/Sniffer/Locker" << line << function << ":" << what << ":" << lockFile;
+    sniffer.appSettings.errorDetails = QStringList{QStringLiteral("src/Sniffer/Locker"), QString::number(line),
+                                                   QString::fromLatin1(function), lockFile};
+    sniffer.showErrorMessage(static_cast<Sniffer::appFlag>(number));
+    std::exit(0);
+}
+
+} // namespace
+
 // The lock marks a running instance. Start-up does not take it, so several
 // instances may run side by side; the operations are here for a build that
 // wants one instance only.
@@ -24,17 +41,8 @@ void Sniffer::checkLocker()
     }
 
     QFile file(lockFile);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Text)) {
-        qCritical() << "!!! ERROR: "
-                    << "src/Sniffer/Locker" << __LINE__ << "checkLocker"
-                    << ":"
-                    << "cannot create"
-                    << ":" << lockFile;
-        appSettings.errorDetails = QStringList{QStringLiteral("src/Sniffer/Locker"), QString::number(__LINE__),
-                                               QStringLiteral("checkLocker"), lockFile};
-        showErrorMessage(static_cast<appFlag>(4));
-        std::exit(0);
-    }
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Text))
+        lockFailure(*this, __LINE__, "checkLocker", "cannot create", 4);
     QTextStream(&file) << "1";
     file.close();
     qDebug() << "src/Sniffer/Locker" << __LINE__ << "checkLocker"
@@ -47,30 +55,13 @@ void Sniffer::checkLocker()
 void Sniffer::removeLocker()
 {
     const QString lockFile = appSettings.lockerFile;
-    if (!QFile::remove(lockFile)) {
-        qCritical() << "!!! ERROR: "
-                    << "src/Sniffer/Locker" << __LINE__ << "removeLocker"
-                    << ":"
-                    << "cannot remove"
-                    << ":" << lockFile;
-        appSettings.errorDetails = QStringList{QStringLiteral("src/Sniffer/Locker"), QString::number(__LINE__),
-                                               QStringLiteral("removeLocker"), lockFile};
-        showErrorMessage(static_cast<appFlag>(6));
-        std::exit(0);
-    }
+    if (!QFile::remove(lockFile))
+        lockFailure(*this, __LINE__, "removeLocker", "cannot remove", 6);
     if (!QFile::exists(lockFile)) {
         qDebug() << "src/Sniffer/Locker" << __LINE__ << "removeLocker"
                  << ":"
                  << "instance";
         return;
     }
-    qCritical() << "!!! ERROR: "
-                << "src/Sniffer/Locker" << __LINE__ << "removeLocker"
-                << ":"
-                << "still there"
-                << ":" << lockFile;
-    appSettings.errorDetails = QStringList{QStringLiteral("src/Sniffer/Locker"), QString::number(__LINE__),
-                                           QStringLiteral("removeLocker"), lockFile};
-    showErrorMessage(static_cast<appFlag>(5));
-    std::exit(0);
+    lockFailure(*this, __LINE__, "removeLocker", "still there", 5);
 }
