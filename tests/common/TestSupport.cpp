@@ -7,8 +7,8 @@
 #include <QFileDialog>
 #include <QLineEdit>
 #include <QMessageBox>
-#include <QPushButton>
 #include <QProcess>
+#include <QPushButton>
 #include <QTimer>
 
 TestHome::TestHome()
@@ -116,10 +116,11 @@ bool writeSettings(const QString &dataFolder, const QString &body)
     return ini.write(text.toUtf8()) == text.toUtf8().size();
 }
 
-QString startMediaServer(QProcess &server, const QString &folder)
+QString startMediaServer(QProcess &server, const QString &folder, const QStringList &extra)
 {
     server.start(QStringLiteral("/usr/bin/python3"),
-                 {QStringLiteral(VIDORRA_FIXTURES_DIR "/media_server.py"), folder, QStringLiteral("0")});
+                 QStringList{QStringLiteral(VIDORRA_FIXTURES_DIR "/media_server.py"), folder, QStringLiteral("0")} +
+                     extra);
     if (!server.waitForStarted(10000) || !server.waitForReadyRead(10000))
         return QString();
     const QString first = QString::fromLatin1(server.readLine()).trimmed();
@@ -152,6 +153,5 @@ bool makeClip(const QString &path, double seconds, bool withVideo)
     args << QStringLiteral("-c:a") << QStringLiteral("aac") << QStringLiteral("-shortest") << path;
     QProcess ffmpeg;
     ffmpeg.start(QStringLiteral("ffmpeg"), args);
-    return ffmpeg.waitForFinished(60000) && ffmpeg.exitStatus() == QProcess::NormalExit
-           && ffmpeg.exitCode() == 0;
+    return ffmpeg.waitForFinished(60000) && ffmpeg.exitStatus() == QProcess::NormalExit && ffmpeg.exitCode() == 0;
 }

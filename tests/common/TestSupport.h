@@ -48,9 +48,10 @@ void answerSaveDialog(const QString &name, const QString &filter = QString(), st
 // then `body` (INI groups and keys).
 bool writeSettings(const QString &dataFolder, const QString &body);
 
-// Starts tests/fixtures/media_server.py on `folder`; returns its base
-// address ("http://127.0.0.1:<port>"), empty when it did not come up.
-QString startMediaServer(QProcess &server, const QString &folder);
+// Starts tests/fixtures/media_server.py on `folder` (with `extra` options
+// such as "--rate N"); returns its base address ("http://127.0.0.1:<port>"),
+// empty when it did not come up.
+QString startMediaServer(QProcess &server, const QString &folder, const QStringList &extra = {});
 
 // The kinds of the streams in a media file, one a line ("video\naudio").
 QString streamKinds(const QString &file);

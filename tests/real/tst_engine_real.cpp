@@ -9,16 +9,6 @@
 
 namespace {
 
-QStringList probe(const QString &path)
-{
-    QProcess ffprobe;
-    ffprobe.start(QStringLiteral("ffprobe"),
-                  {QStringLiteral("-v"), QStringLiteral("error"), QStringLiteral("-show_entries"),
-                   QStringLiteral("stream=codec_type"), QStringLiteral("-of"), QStringLiteral("csv=p=0"), path});
-    ffprobe.waitForFinished(30000);
-    return QString::fromUtf8(ffprobe.readAllStandardOutput()).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
-}
-
 // The engine needs no screen: without a display the window system of the
 // test's application object is the offscreen one.
 const bool noScreenNeeded = [] {
@@ -42,12 +32,12 @@ private slots:
 private:
     QString address(const QString &file) const
     {
-        return QStringLiteral("http://127.0.0.1:%1/%2").arg(port).arg(file);
+        return base + QLatin1Char('/') + file;
     }
     QTemporaryDir media;
     QTemporaryDir saved;
     QProcess server;
-    int port = 0;
+    QString base;
 };
 
 void TestEngineReal::initTestCase()
@@ -61,15 +51,8 @@ void TestEngineReal::initTestCase()
     QVERIFY(QFile::exists(media.filePath(QStringLiteral("watch.html"))));
 
     // Slowed down so that the download reports its progress in several reads.
-    server.start(QStringLiteral("/usr/bin/python3"),
-                 {QStringLiteral(VIDORRA_FIXTURES_DIR "/media_server.py"), media.path(), QStringLiteral("0"),
-                  QStringLiteral("--rate"), QStringLiteral("200000")});
-    QVERIFY(server.waitForStarted());
-    QVERIFY(server.waitForReadyRead(15000));
-    const QString first = QString::fromLatin1(server.readLine()).trimmed();
-    QVERIFY2(first.startsWith(QLatin1String("PORT ")), qPrintable(first));
-    port = first.mid(5).toInt();
-    QVERIFY(port > 0);
+    base = startMediaServer(server, media.path(), {QStringLiteral("--rate"), QStringLiteral("200000")});
+    QVERIFY(!base.isEmpty());
 }
 
 void TestEngineReal::cleanupTestCase()
@@ -122,7 +105,7 @@ void TestEngineReal::downloadThenExtractAudio()
     d.formatConverting(video, audio, Downloader::fromAudioExtraction);
     QVERIFY(extracted.wait(60000));
     QCOMPARE(errors.count(), 0);
-    QCOMPARE(probe(audio), QStringList{"audio"});
+    QCOMPARE(streamKinds(audio), QString("audio"));
     QVERIFY(!QFile::exists(video));
 }
 
