@@ -4,7 +4,10 @@
 #include <QElapsedTimer>
 #include <QEventLoop>
 
+#include <QFile>
+
 #include <algorithm>
+#include <cstdio>
 
 namespace Bench {
 
@@ -134,6 +137,23 @@ void parseArguments(const QStringList &args, QString *mediaDir, int *runs)
         else if (args.at(i) == QLatin1String("--runs"))
             *runs = std::max(5, args.at(++i).toInt());
     }
+}
+
+QString serveMedia(QProcess &server, const QStringList &args, const QString &needed, const char *usage,
+                   QString *mediaDir, int *runs, int *exitCode)
+{
+    parseArguments(args, mediaDir, runs);
+    if (mediaDir->isEmpty() || !QFile::exists(*mediaDir + QLatin1Char('/') + needed)) {
+        std::fprintf(stderr, "usage: %s\n", usage);
+        *exitCode = 2;
+        return QString();
+    }
+    const QString base = startMediaServer(server, *mediaDir);
+    if (base.isEmpty()) {
+        std::fprintf(stderr, "the media server did not start\n");
+        *exitCode = 1;
+    }
+    return base;
 }
 
 } // namespace Bench

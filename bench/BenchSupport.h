@@ -49,4 +49,10 @@ QString startMediaServer(QProcess &server, const QString &dir);
 // "--media DIR" and "--runs N" (at least 5).
 void parseArguments(const QStringList &args, QString *mediaDir, int *runs);
 
+// Reads the arguments, checks that DIR holds `needed`, and serves DIR on
+// 127.0.0.1. Returns the base address; on failure prints `usage` or the
+// reason and returns an empty text with *exitCode set.
+QString serveMedia(QProcess &server, const QStringList &args, const QString &needed, const char *usage,
+                   QString *mediaDir, int *runs, int *exitCode);
+
 } // namespace Bench

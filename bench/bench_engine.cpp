@@ -37,18 +37,13 @@ int main(int argc, char **argv)
     QLoggingCategory::setFilterRules(QStringLiteral("default.debug=false\ndefault.critical=false"));
     QString mediaDir;
     int runs = 5;
-    parseArguments(app.arguments(), &mediaDir, &runs);
-    if (mediaDir.isEmpty() || !QFile::exists(mediaDir + QStringLiteral("/big.mp4"))) {
-        std::fprintf(stderr, "usage: bench_engine --media DIR [--runs N]  (DIR with watch.html, big.mp4)\n");
-        return 2;
-    }
-
+    int exitCode = 0;
     QProcess server;
-    const QString base = startMediaServer(server, mediaDir);
-    if (base.isEmpty()) {
-        std::fprintf(stderr, "the media server did not start\n");
-        return 1;
-    }
+    const QString base = serveMedia(server, app.arguments(), QStringLiteral("big.mp4"),
+                                    "bench_engine --media DIR [--runs N]  (DIR with watch.html, big.mp4)", &mediaDir,
+                                    &runs, &exitCode);
+    if (base.isEmpty())
+        return exitCode;
     const QString page = base + QStringLiteral("watch.html");
     const QString bigUrl = base + QStringLiteral("big.mp4");
     const QString work = mediaDir + QStringLiteral("/work");

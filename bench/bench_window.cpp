@@ -41,17 +41,13 @@ int main(int argc, char **argv)
 
     QString mediaDir;
     int runs = 5;
-    parseArguments(app.arguments(), &mediaDir, &runs);
-    if (mediaDir.isEmpty() || !QFile::exists(mediaDir + QStringLiteral("/watch.html"))) {
-        std::fprintf(stderr, "usage: bench_window --media DIR [--runs N]  (DIR with watch.html)\n");
-        return 2;
-    }
+    int exitCode = 0;
     QProcess server;
-    const QString base = startMediaServer(server, mediaDir);
-    if (base.isEmpty()) {
-        std::fprintf(stderr, "the media server did not start\n");
-        return 1;
-    }
+    const QString base = serveMedia(server, app.arguments(), QStringLiteral("watch.html"),
+                                    "bench_window --media DIR [--runs N]  (DIR with watch.html)", &mediaDir, &runs,
+                                    &exitCode);
+    if (base.isEmpty())
+        return exitCode;
     const QString page = base + QStringLiteral("watch.html");
 
     // Other sites accept the local server.
