@@ -6,6 +6,8 @@
 #include <QDebug>
 #include <QFile>
 
+#include <utility>
+
 namespace {
 
 // A child that never started reports no exit code of its own; the job takes
@@ -26,9 +28,12 @@ Downloader::Downloader(QObject *parent)
         emit hasError(errorNoLauncher); // nobody is connected yet; the queries fail later
 }
 
-// The children are not ours to kill, and the controller may still read the
-// options record while it winds down.
-Downloader::~Downloader() = default;
+// Children still running are ended with the engine (they are its QObject
+// children); what they leave on disk is for stop() to clear first.
+Downloader::~Downloader()
+{
+    delete options;
+}
 
 bool Downloader::setURL(QUrl *address)
 {
@@ -46,39 +51,40 @@ void Downloader::getOptions()
 
 void Downloader::stop()
 {
+    // Every job ends, the address queries too: a cancelled address must not
+    // answer later. Safe to call any number of times.
+    for (QProcess **child : {&processTitle, &processFormats, &processUpdate, &processTest, &processFile, &processFFmpeg})
+        endChild(*child);
     if (step == stepFile) {
-        if (processFile) {
-            processFile->disconnect();
-            processFile->kill();
-            processFile->deleteLater();
-        }
         QFile::remove(partFile);
     } else if (step == stepConverting) {
-        if (processFFmpeg) {
-            processFFmpeg->disconnect();
-            processFFmpeg->kill();
-            processFFmpeg->deleteLater();
-        }
-        // Index 1 is the input, index 0 the "-i" before it: stopping throws
-        // the input away and leaves the partial output.
+        // The download the conversion read and what ffmpeg had written of
+        // its output; nothing else.
         QFile::remove(ffmpegArgs.value(1));
-        QFile::remove(ffmpegArgs.value(0));
+        QFile::remove(ffmpegArgs.last());
     }
 }
 
 QProcess *Downloader::startChild(const QString &program, const QStringList &arguments, void (Downloader::*readSlot)(),
                                  void (Downloader::*doneSlot)(int))
 {
-    auto *process = new QProcess;
+    auto *process = new QProcess(this);
     connect(process, &QProcess::readyReadStandardOutput, this, readSlot);
     connect(process, QOverload<int, QProcess::ExitStatus>::of(&QProcess::finished), this, doneSlot);
     // QProcess never sends finished for a program that did not start; without
     // this the window would wait for the job forever.
-    connect(process, &QProcess::errorOccurred, this, [this, doneSlot](QProcess::ProcessError error) {
+    // The end is reported from the event loop, once the job holds the child;
+    // a child stopped in the meantime reports nothing.
+    connect(process, &QProcess::errorOccurred, this, [this, process, doneSlot](QProcess::ProcessError error) {
         if (error != QProcess::FailedToStart)
             return;
         QMetaObject::invokeMethod(
-            this, [this, doneSlot]() { (this->*doneSlot)(notStartedExitCode); }, Qt::QueuedConnection);
+            this,
+            [this, process, doneSlot]() {
+                if (holdsChild(process))
+                    (this->*doneSlot)(notStartedExitCode);
+            },
+            Qt::QueuedConnection);
     });
     process->start(program, arguments, QIODevice::ReadWrite);
     return process;
@@ -88,4 +94,34 @@ QProcess *Downloader::endedChild(QProcess *current) const
 {
     auto *ended = qobject_cast<QProcess *>(sender());
     return ended ? ended : current;
+}
+
+void Downloader::releaseEndedChild(QProcess *&field)
+{
+    QProcess *ended = endedChild(field);
+    if (!ended)
+        return;
+    if (ended == field)
+        field = nullptr;
+    ended->deleteLater();
+}
+
+void Downloader::endChild(QProcess *&field)
+{
+    QProcess *child = std::exchange(field, nullptr);
+    if (!child)
+        return;
+    disconnect(child, nullptr, this, nullptr);
+    child->kill();
+    // Gone before its files are removed, so it cannot write them again.
+    child->waitForFinished(5000);
+    child->deleteLater();
+}
+
+bool Downloader::holdsChild(const QProcess *child) const
+{
+    for (const QProcess *held : {processTitle, processFormats, processUpdate, processTest, processFile, processFFmpeg})
+        if (held == child)
+            return true;
+    return false;
 }

@@ -33,7 +33,10 @@ public:
     enum steps { stepIdle = 0, stepTitle = 1, stepFormats = 2, stepFile = 3, stepConverting = 4 };
     Q_ENUM(steps)
 
-    enum FormatConvertingFrom { fromAudioExtraction = 0, fromRecording = 1 };
+    // What a conversion is for: the audio of a download (picture dropped,
+    // the download removed afterwards), a screen recording (input kept), or a
+    // downloaded video in another container (the download removed afterwards).
+    enum FormatConvertingFrom { fromAudioExtraction = 0, fromRecording = 1, fromVideoDownload = 2 };
     Q_ENUM(FormatConvertingFrom)
 
     struct videoFormat
@@ -112,6 +115,12 @@ private:
     // The child whose end is being handled: the sender, which is not always
     // the job's field when an earlier child of the same job ends late.
     QProcess *endedChild(QProcess *current) const;
+    // Lets the ended child go; the job's field forgets it, so nothing touches
+    // it again.
+    void releaseEndedChild(QProcess *&field);
+    // Ends a running child at once, without a word from it, and lets it go.
+    void endChild(QProcess *&field);
+    bool holdsChild(const QProcess *child) const;
 };
 
 struct DownloaderOptions

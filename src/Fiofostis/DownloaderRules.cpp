@@ -4,6 +4,8 @@
 #include <QFileInfo>
 #include <QRegExp>
 
+#include <cmath>
+
 namespace DownloaderRules {
 
 QString chunkText(const QByteArray &bytes)
@@ -123,10 +125,12 @@ float percentFromChunk(const QString &chunk)
     // and several progress lines in one chunk give the first figure.
     const int a = chunk.indexOf(QLatin1Char(']'));
     const int b = chunk.indexOf(QLatin1Char('%'));
-    return chunk.mid(a + 1, b - (a + 1)).toFloat();
+    const float figure = chunk.mid(a + 1, b - (a + 1)).toFloat();
+    // toFloat takes "nan" and "inf" too; the bar gets a whole percentage.
+    return std::isfinite(figure) ? qBound(0.0f, figure, 100.0f) : 0.0f;
 }
 
-QStringList ffmpegArguments(const QString &input, const QString &output)
+QStringList ffmpegArguments(const QString &input, const QString &output, Downloader::FormatConvertingFrom from)
 {
     const QString suffix = QFileInfo(output).suffix();
     QStringList args{QStringLiteral("-i"), input};
@@ -140,7 +144,10 @@ QStringList ffmpegArguments(const QString &input, const QString &output)
         args << QStringLiteral("-level") << QStringLiteral("3.1") << QStringLiteral("-vcodec")
              << QStringLiteral("mpeg4") << QStringLiteral("-f") << QStringLiteral("mov");
     }
-    // Audio targets take the codec ffmpeg picks for their extension.
+    // Audio targets take the codec ffmpeg picks for their extension; an
+    // audio file gets no picture stream (nor the time to encode one).
+    if (from == Downloader::fromAudioExtraction)
+        args << QStringLiteral("-vn");
     args << QStringLiteral("-qscale") << QStringLiteral("1") << QStringLiteral("-y") << output;
     return args;
 }

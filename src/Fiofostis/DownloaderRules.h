@@ -46,12 +46,13 @@ bool parseFormatLine(const QString &line, const QHash<int, QString> &audioFormat
 QHash<int, Downloader::videoFormat> parseFormats(const QStringList &lines, const QHash<int, QString> &audioFormats);
 
 // The progress figure of one download chunk: the text between the first
-// "]" and the first "%" as a number, 0 when it is none.
+// "]" and the first "%" as a number, 0 when it is none (or not finite),
+// held to 0 .. 100.
 float percentFromChunk(const QString &chunk);
 
 // The ffmpeg argument list that converts `input` into `output`, chosen by
-// the output's extension.
-QStringList ffmpegArguments(const QString &input, const QString &output);
+// the output's extension; an audio extraction leaves the picture out.
+QStringList ffmpegArguments(const QString &input, const QString &output, Downloader::FormatConvertingFrom from);
 
 // The launcher of the downloader tool and the ffmpeg build inside the
 // application folder `folder`; `build` is 7 or 9.

@@ -26,6 +26,7 @@ void Downloader::readFile()
 
 void Downloader::gotFile(int exitCode)
 {
+    releaseEndedChild(processFile);
     // No error for the user here: the step stays at "downloading", so a
     // later stop still removes the partial file.
     if (exitCode != 0) {
@@ -38,7 +39,5 @@ void Downloader::gotFile(int exitCode)
     }
     options->steps.append(step);
     step = stepIdle;
-    if (QProcess *child = endedChild(processFile))
-        child->deleteLater();
     emit haveFile();
 }

@@ -13,7 +13,7 @@ void Downloader::formatConverting(QString input, QString output, Downloader::For
     // Two ffmpeg builds ship with the program; the system decides which.
     const QString binFFmpeg =
         DownloaderRules::ffmpegPath(QCoreApplication::applicationDirPath(), Platform::ffmpegBuild());
-    ffmpegArgs = DownloaderRules::ffmpegArguments(input, output);
+    ffmpegArgs = DownloaderRules::ffmpegArguments(input, output, from);
     step = stepConverting;
     qDebug() << "src/Fiofostis/FormatConverting.cpp" << 61 << "formatConverting"
              << ":"
@@ -36,12 +36,11 @@ void Downloader::readFormatConverting()
 
 void Downloader::doneFormatConverting(int exitCode)
 {
+    releaseEndedChild(processFFmpeg);
     qDebug() << "src/Fiofostis/FormatConverting.cpp" << 82 << "doneFormatConverting"
              << ":"
              << "exitCode"
              << ":" << exitCode;
-    if (QProcess *child = endedChild(processFFmpeg))
-        child->deleteLater();
     step = stepIdle;
 
     if (exitCode != 0) {
@@ -56,7 +55,7 @@ void Downloader::doneFormatConverting(int exitCode)
 
     // A recording's conversion keeps its input: the recorder cleans up its
     // own work files.
-    if (convertingFrom != fromAudioExtraction) {
+    if (convertingFrom == fromRecording) {
         options->steps.append(stepConverting);
         emit doneExtractAudio();
         return;
@@ -71,7 +70,7 @@ void Downloader::doneFormatConverting(int exitCode)
         return;
     }
 
-    // The downloaded video was only a carrier for the audio the user asked for.
+    // The download was only a carrier for the file the user asked for.
     const QString downloaded = ffmpegArgs.value(ffmpegArgs.indexOf(QStringLiteral("-i")) + 1);
     if (QFile::remove(downloaded)) {
         options->steps.append(stepConverting);

@@ -23,6 +23,7 @@ void Downloader::readFormats()
 
 void Downloader::gotFormats(int exitCode)
 {
+    releaseEndedChild(processFormats);
     // A failed listing only leaves its log line: the title query already
     // tells the user when the address is no good.
     if (exitCode != 0) {
@@ -37,8 +38,6 @@ void Downloader::gotFormats(int exitCode)
     options->formats.clear();
     options->formats = DownloaderRules::parseFormats(formatLines, audioFormats);
     options->steps.append(stepFormats);
-    if (QProcess *child = endedChild(processFormats))
-        child->deleteLater();
     emit haveFormats();
 }
 

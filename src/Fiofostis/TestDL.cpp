@@ -25,6 +25,7 @@ void Downloader::testRead()
 
 void Downloader::testResult(int exitCode)
 {
+    releaseEndedChild(processTest);
     if (exitCode != 0) {
         qCritical() << "!!! ERROR: "
                     << "src/Fiofostis/TestDL.cpp" << 31 << "testResult"
@@ -37,8 +38,6 @@ void Downloader::testResult(int exitCode)
     // The raw first chunk is compared, not the cleaned title: the tool must
     // print the title exactly as it was recorded.
     if (testData.value(1) == testData.value(2)) {
-        if (QProcess *child = endedChild(processTest))
-            child->deleteLater();
         emit testOK();
         return;
     }

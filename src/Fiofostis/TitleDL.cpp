@@ -24,6 +24,7 @@ void Downloader::readTitle()
 
 void Downloader::gotTitle(int exitCode)
 {
+    releaseEndedChild(processTitle);
     if (exitCode != 0) {
         qCritical() << "!!! ERROR: "
                     << "src/Fiofostis/TitleDL.cpp" << 28 << "gotTitle"
@@ -36,7 +37,5 @@ void Downloader::gotTitle(int exitCode)
     options->title = DownloaderRules::titleFromLines(titleLines);
     options->duration = DownloaderRules::durationFromLines(titleLines);
     options->steps.append(stepTitle);
-    if (QProcess *child = endedChild(processTitle))
-        child->deleteLater();
     emit haveTitle();
 }

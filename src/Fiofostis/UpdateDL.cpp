@@ -19,6 +19,7 @@ void Downloader::readUpdate()
 
 void Downloader::gotUpdate(int exitCode)
 {
+    releaseEndedChild(processUpdate);
     if (exitCode != 0) {
         qCritical() << "!!! ERROR: "
                     << "src/Fiofostis/UpdateDL.cpp" << 24 << "gotUpdate"
@@ -28,7 +29,5 @@ void Downloader::gotUpdate(int exitCode)
         emit hasError(errorUpdate);
         return;
     }
-    if (QProcess *child = endedChild(processUpdate))
-        child->deleteLater();
     emit snifferUpdated();
 }

@@ -117,6 +117,11 @@ void TestDownloaderRules::percent_data()
     QTest::newRow("] without %, a number after it") << "[download] 12.5" << 12.5f;
     QTest::newRow("% without ]") << "45.3% done" << 45.3f;
     QTest::newRow("% before ]") << "5% [x] 7" << 7.0f;
+    // The bar takes whole percentages: nothing that is not a finite 0 .. 100.
+    QTest::newRow("nan") << "[download]   nan% of 1MiB" << 0.0f;
+    QTest::newRow("inf") << "[download] -inf%" << 0.0f;
+    QTest::newRow("too big") << "[download] 3e9%" << 100.0f;
+    QTest::newRow("negative") << "[download] -5%" << 0.0f;
 }
 
 void TestDownloaderRules::percent()
@@ -128,25 +133,31 @@ void TestDownloaderRules::percent()
 void TestDownloaderRules::ffmpegArgs_data()
 {
     QTest::addColumn<QString>("output");
+    QTest::addColumn<int>("kind");
     QTest::addColumn<QString>("tail");
-    auto row = [](const char *name, const char *output, const char *tail) { QTest::newRow(name) << output << tail; };
-    row("mp4", "/o/a.mp4", "-level 3.1 -vcodec mpeg4");
-    row("m4v", "/o/a.m4v", "-level 3.1 -vcodec mpeg4");
-    row("mkv", "/o/a.b.mkv", "-level 3.1 -vcodec mpeg4");
-    row("flv", "/o/a.flv", "-level 3.1 -vcodec flv");
-    row("mov", "/o/a.mov", "-level 3.1 -vcodec mpeg4 -f mov");
-    row("mp3", "/o/a.mp3", "-level 3.1");
-    row("MP4 in capitals", "/o/a.MP4", "-level 3.1");
-    row("dot in folder only", "/o.mp4/a", "-level 3.1");
+    auto row = [](const char *name, const char *output, int kind, const char *tail) {
+        QTest::newRow(name) << output << kind << tail;
+    };
+    row("mp4", "/o/a.mp4", 2, "-level 3.1 -vcodec mpeg4");
+    row("m4v", "/o/a.m4v", 1, "-level 3.1 -vcodec mpeg4");
+    row("mkv", "/o/a.b.mkv", 2, "-level 3.1 -vcodec mpeg4");
+    row("flv", "/o/a.flv", 1, "-level 3.1 -vcodec flv");
+    row("mov", "/o/a.mov", 1, "-level 3.1 -vcodec mpeg4 -f mov");
+    // Only the audio of a download drops the picture.
+    row("mp3 from a download", "/o/a.mp3", 0, "-level 3.1 -vn");
+    row("wav from a recording", "/o/a.wav", 1, "-level 3.1");
+    row("MP4 in capitals", "/o/a.MP4", 1, "-level 3.1");
+    row("dot in folder only", "/o.mp4/a", 2, "-level 3.1");
 }
 
 void TestDownloaderRules::ffmpegArgs()
 {
     QFETCH(QString, output);
+    QFETCH(int, kind);
     QFETCH(QString, tail);
     const QString input = QStringLiteral("/in/My Video.mp4");
     const QStringList expected = QStringList{"-i", input} + tail.split(' ') + QStringList{"-qscale", "1", "-y", output};
-    QCOMPARE(ffmpegArguments(input, output), expected);
+    QCOMPARE(ffmpegArguments(input, output, Downloader::FormatConvertingFrom(kind)), expected);
 }
 
 void TestDownloaderRules::toolPaths()
