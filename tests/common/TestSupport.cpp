@@ -8,8 +8,11 @@
 #include <QLineEdit>
 #include <QMessageBox>
 #include <QProcess>
+#include <QPointer>
 #include <QPushButton>
 #include <QTimer>
+
+#include <memory>
 
 TestHome::TestHome()
 {
@@ -41,10 +44,32 @@ QString toolFolder()
     return QCoreApplication::applicationDirPath();
 }
 
+namespace {
+
+// Closes a modal window the test did not expect, or one whose answer did not
+// close it, failing the running test, so that no test sits in exec() for ever.
+void closeStuckModal(QWidget *modal, const char *why)
+{
+    const QString message = QStringLiteral("%1: %2 \"%3\"").arg(QLatin1String(why),
+                                                               QLatin1String(modal->metaObject()->className()),
+                                                               modal->windowTitle());
+    if (QTest::currentTestFunction())
+        QTest::qFail(qPrintable(message), __FILE__, __LINE__);
+    if (auto *dialog = qobject_cast<QDialog *>(modal))
+        dialog->reject();
+    else
+        modal->close();
+}
+
+int pendingAnswers = 0;
+
+} // namespace
+
 void answerNextModal(std::function<void(QWidget *)> action, int timeoutMs)
 {
+    ++pendingAnswers;
     auto *timer = new QTimer;
-    auto *clock = new QElapsedTimer;
+    auto clock = std::make_shared<QElapsedTimer>();
     clock->start();
     timer->setInterval(50);
     QObject::connect(timer, &QTimer::timeout, [timer, clock, action, timeoutMs]() {
@@ -53,11 +78,38 @@ void answerNextModal(std::function<void(QWidget *)> action, int timeoutMs)
             return;
         timer->stop();
         timer->deleteLater();
-        delete clock;
-        if (modal)
-            action(modal);
+        --pendingAnswers;
+        if (!modal) {
+            if (QTest::currentTestFunction())
+                QTest::qFail("no modal window came in time", __FILE__, __LINE__);
+            return;
+        }
+        const QPointer<QWidget> answered(modal);
+        action(modal);
+        // An answer that did not close the window must not leave the test waiting.
+        QTimer::singleShot(5000, [answered] {
+            if (answered && answered->isVisible() && answered == QApplication::activeModalWidget())
+                closeStuckModal(answered, "the answer did not close");
+        });
     });
     timer->start();
+}
+
+void watchModals(int limitMs)
+{
+    auto *timer = new QTimer(QCoreApplication::instance());
+    auto seen = std::make_shared<QPointer<QWidget>>();
+    auto since = std::make_shared<QElapsedTimer>();
+    QObject::connect(timer, &QTimer::timeout, [seen, since, limitMs] {
+        QWidget *modal = QApplication::activeModalWidget();
+        if (modal != *seen) {
+            *seen = modal;
+            since->start();
+        } else if (modal && pendingAnswers == 0 && since->elapsed() > limitMs) {
+            closeStuckModal(modal, "nobody answered");
+        }
+    });
+    timer->start(250);
 }
 
 bool waitFor(std::function<bool()> condition, int timeoutMs)
@@ -92,16 +144,20 @@ void answerSaveDialog(const QString &name, const QString &filter, std::function<
 {
     answerNextModal([name, filter, afterSave](QWidget *modal) {
         auto *dialog = qobject_cast<QFileDialog *>(modal);
-        if (!dialog) {
-            modal->close();
-            return;
-        }
+        if (!dialog)
+            return closeStuckModal(modal, "a save dialog was expected, not");
         if (!filter.isEmpty())
             dialog->selectNameFilter(filter);
+        // The name field needs the focus: without it the dialog completes a
+        // partial name from the folder's files into the field.
+        QApplication::setActiveWindow(dialog);
         auto *edit = dialog->findChild<QLineEdit *>(QStringLiteral("fileNameEdit"));
-        edit->clear();
-        QTest::keyClicks(edit, name);
-        QTest::mouseClick(dialog->findChild<QDialogButtonBox *>()->button(QDialogButtonBox::Save), Qt::LeftButton);
+        edit->setFocus();
+        edit->setText(name);
+        QPushButton *save = dialog->findChild<QDialogButtonBox *>()->button(QDialogButtonBox::Save);
+        if (edit->text() != name || !save->isEnabled())
+            return closeStuckModal(modal, "the name was not taken by");
+        QTest::mouseClick(save, Qt::LeftButton);
         if (afterSave)
             afterSave();
     });
@@ -127,14 +183,17 @@ QString startMediaServer(QProcess &server, const QString &folder, const QStringL
     return first.startsWith(QLatin1String("PORT ")) ? QStringLiteral("http://127.0.0.1:") + first.mid(5) : QString();
 }
 
-QString streamKinds(const QString &file)
+QString streams(const QString &file)
 {
     QProcess probe;
-    probe.start(QStringLiteral("ffprobe"),
-                {QStringLiteral("-v"), QStringLiteral("error"), QStringLiteral("-show_entries"),
-                 QStringLiteral("stream=codec_type"), QStringLiteral("-of"), QStringLiteral("csv=p=0"), file});
+    probe.start(QStringLiteral("ffprobe"), {QStringLiteral("-v"), QStringLiteral("error"), QStringLiteral("-show_entries"),
+                                            QStringLiteral("stream=codec_name,codec_type"), QStringLiteral("-of"),
+                                            QStringLiteral("csv=p=0"), file});
     probe.waitForFinished(30000);
-    return QString::fromUtf8(probe.readAllStandardOutput()).trimmed();
+    QStringList found;
+    for (const QString &line : QString::fromUtf8(probe.readAllStandardOutput()).split('\n', Qt::SkipEmptyParts))
+        found << line.trimmed().replace(QLatin1Char(','), QLatin1Char('='));
+    return found.join(QLatin1Char(' '));
 }
 
 bool makeClip(const QString &path, double seconds, bool withVideo)

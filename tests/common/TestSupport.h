@@ -30,15 +30,20 @@ QString toolFolder();
 
 // Runs `action` on the next modal widget that appears (message box, file
 // dialog), within `timeoutMs`. Returns at once; the action runs from the
-// event loop while the code under test sits in exec().
-void answerNextModal(std::function<void(QWidget *)> action, int timeoutMs = 10000);
+// event loop while the code under test sits in exec(). No modal in time, or
+// one the action leaves open, fails the running test (and is closed).
+void answerNextModal(std::function<void(QWidget *)> action, int timeoutMs = 60000);
+
+// From now on a modal window that nobody answers within `limitMs` is closed
+// and fails the running test. Test mains call it once.
+void watchModals(int limitMs = 30000);
 
 // Waits, processing events, until `condition` holds or the time is up.
 bool waitFor(std::function<bool()> condition, int timeoutMs = 15000);
 
 // Closes the next message box, keeping its title and text (both cleared
 // first, so an empty text means no box has come yet).
-void closeNextMessage(QString *title, QString *text, int timeoutMs = 10000);
+void closeNextMessage(QString *title, QString *text, int timeoutMs = 60000);
 
 // Answers the next file dialog as a person would: picks the filter (when
 // given), types the name, presses Save, then runs `afterSave`.
@@ -53,8 +58,8 @@ bool writeSettings(const QString &dataFolder, const QString &body);
 // empty when it did not come up.
 QString startMediaServer(QProcess &server, const QString &folder, const QStringList &extra = {});
 
-// The kinds of the streams in a media file, one a line ("video\naudio").
-QString streamKinds(const QString &file);
+// The streams of a media file as "codec=kind", in order ("h264=video aac=audio").
+QString streams(const QString &file);
 
 // Makes a short clip with the real ffmpeg; returns false if ffmpeg failed.
 bool makeClip(const QString &path, double seconds = 1.0, bool withVideo = true);
@@ -66,6 +71,7 @@ bool makeClip(const QString &path, double seconds = 1.0, bool withVideo = true);
         QApplication app(argc, argv);                                                              \
         Q_INIT_RESOURCE(vidorra);                                                                  \
         QTEST_DISABLE_KEYPAD_NAVIGATION                                                            \
+        watchModals();                                                                             \
         TestObject tc;                                                                             \
         QTEST_SET_MAIN_SOURCE_PATH                                                                 \
         return QTest::qExec(&tc, argc, argv);                                                      \
