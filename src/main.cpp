@@ -1,5 +1,6 @@
 #include <QApplication>
 
+#include "Platform/Platform.h"
 #include "Sniffer/Log.h"
 #include "Sniffer/Sniffer.h"
 
@@ -8,10 +9,11 @@ int main(int argc, char *argv[])
     qInstallMessageHandler(myMessageHandler);
     QApplication app(argc, argv);
     Q_INIT_RESOURCE(vidorra);
+    // A termination signal ends the program as closing its window does.
+    Platform::quitOnTerminationSignals();
 
-    // Lives until the process ends.
-    auto *sniffer = new Sniffer(nullptr);
-    sniffer->start();
-    QObject::connect(&app, &QApplication::focusChanged, sniffer, &Sniffer::focusChanged);
+    Sniffer sniffer(nullptr);
+    sniffer.start();
+    QObject::connect(&app, &QApplication::focusChanged, &sniffer, &Sniffer::focusChanged);
     return app.exec();
 }

@@ -1,8 +1,29 @@
 #include "Platform/Platform.h"
 
+#include <QCoreApplication>
 #include <QDir>
 #include <QOperatingSystemVersion>
+#include <QSocketNotifier>
 #include <QStandardPaths>
+
+#ifdef Q_OS_UNIX
+#include <csignal>
+#include <sys/socket.h>
+#include <unistd.h>
+#endif
+
+namespace {
+#ifdef Q_OS_UNIX
+// The signal handler only writes a byte; the event loop reads it and quits.
+int signalSockets[2] = {-1, -1};
+
+void onTerminationSignal(int)
+{
+    const char byte = 1;
+    [[maybe_unused]] const ssize_t written = ::write(signalSockets[0], &byte, 1);
+}
+#endif
+} // namespace
 
 namespace Platform {
 
@@ -29,6 +50,27 @@ QString applicationSupportFolder()
 #endif
     QDir().mkpath(folder);
     return QDir::toNativeSeparators(folder);
+}
+
+void quitOnTerminationSignals()
+{
+#ifdef Q_OS_UNIX
+    if (signalSockets[0] != -1 || ::socketpair(AF_UNIX, SOCK_STREAM, 0, signalSockets) != 0)
+        return;
+    auto *notifier = new QSocketNotifier(signalSockets[1], QSocketNotifier::Read, QCoreApplication::instance());
+    QObject::connect(notifier, &QSocketNotifier::activated, notifier, [notifier] {
+        char byte;
+        [[maybe_unused]] const ssize_t got = ::read(signalSockets[1], &byte, 1);
+        notifier->setEnabled(false);
+        QCoreApplication::quit();
+    });
+    struct sigaction action = {};
+    action.sa_handler = onTerminationSignal;
+    sigemptyset(&action.sa_mask);
+    action.sa_flags = SA_RESTART;
+    for (int signal : {SIGTERM, SIGINT, SIGHUP})
+        ::sigaction(signal, &action, nullptr);
+#endif
 }
 
 } // namespace Platform

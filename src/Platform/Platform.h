@@ -18,4 +18,9 @@ int ffmpegBuild();
 // the system would have it.
 QString applicationSupportFolder();
 
+// SIGTERM, SIGINT and SIGHUP make the running application leave its event
+// loop, so the program winds down as when its window is closed. Call once,
+// after the application object exists.
+void quitOnTerminationSignals();
+
 } // namespace Platform

@@ -1,16 +1,19 @@
 #include <QDebug>
 #include <QDir>
 #include <QFileInfo>
+#include <QGuiApplication>
 #include <QIcon>
 #include <QKeySequence>
 #include <QListWidget>
 #include <QMessageBox>
 #include <QProgressBar>
+#include <QScreen>
 #include <QShortcut>
 #include <QTimer>
 
 #include "Sniffer/DownloadRules.h"
 #include "Sniffer/Sniffer.h"
+#include "Sniffer/WindowRules.h"
 #include "ui_Options.h"
 #include "ui_Settings.h"
 
@@ -78,8 +81,11 @@ void Sniffer::postFormatsRequest()
     }
     list->setIconSize(QSize(87, 23));
     list->setCurrentRow(0);
-    list->setMinimumHeight(27 * list->count());
-    list->setMaximumHeight(27 * list->count() + 10);
+    // The window never grows past the screen: a long list scrolls instead.
+    const QScreen *screen = QGuiApplication::primaryScreen();
+    const int rows = WindowRules::formatRowsShown(list->count(), screen ? screen->availableGeometry().height() : 0);
+    list->setMinimumHeight(27 * rows);
+    list->setMaximumHeight(27 * rows + 10);
     if (list->isHidden())
         list->show();
     if (uiOptions->btnDownloadVideo->isHidden())
@@ -127,8 +133,11 @@ void Sniffer::runDownloader()
     setOutputVideoFile();
     QListWidgetItem *current = uiOptions->listFormats->currentItem();
     const int code = DownloadRules::formatCodeForRow(formatLabels, current ? current->text() : QString());
-    outputAudioFile = outputVideoFile + QLatin1Char('.') + outputExtension;
-    outputVideoFile += QLatin1Char('.') + downloader->options->formats.value(code).extension;
+    const QString downloaded = downloader->options->formats.value(code).extension;
+    // The name in the container chosen in the save dialog: the audio file,
+    // or the video in another container than the one downloaded.
+    outputAudioFile = outputVideoFile + QLatin1Char('.') + (outputExtension.isEmpty() ? downloaded : outputExtension);
+    outputVideoFile += QLatin1Char('.') + downloaded;
 
     // A failing download reports nothing and would leave the progress page
     // waiting; a folder that cannot take the file is told at once instead.
@@ -156,7 +165,9 @@ void Sniffer::showPercents(float percent)
 
 void Sniffer::postFileRequest()
 {
-    if (downloadMode == DownloadRules::KindAudio)
+    // A video is converted like an audio file is extracted when the
+    // container chosen in the save dialog is not the one downloaded.
+    if (downloadMode == DownloadRules::KindAudio || outputAudioFile != outputVideoFile)
         extractAudio();
     else
         postDownload();
@@ -164,15 +175,17 @@ void Sniffer::postFileRequest()
 
 void Sniffer::extractAudio()
 {
-    // An audio address saved in its own container is already the wanted
-    // file; ffmpeg cannot convert a file onto itself.
+    // A download saved in its own container is already the wanted file;
+    // ffmpeg cannot convert a file onto itself.
     if (outputVideoFile == outputAudioFile) {
         postDownload();
         return;
     }
     progressBarStart(100, true);
+    const auto kind =
+        downloadMode == DownloadRules::KindAudio ? Downloader::fromAudioExtraction : Downloader::fromVideoDownload;
     downloader->formatConverting(QDir::toNativeSeparators(outputVideoFile), QDir::toNativeSeparators(outputAudioFile),
-                                 Downloader::fromAudioExtraction);
+                                 kind);
 }
 
 void Sniffer::postDownload()

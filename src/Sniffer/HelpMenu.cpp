@@ -15,6 +15,11 @@
 // in menu order, "help_actions" what each item does. An empty action shows
 // the caption, an address is opened in the browser, anything else names a
 // slot of the window ("showAboutDialog", or written "slot:showAboutDialog()").
+// Only the slots meant for the menu run; any other name shows the caption.
+
+namespace {
+const char *const helpSlots[] = {"showAboutDialog", "showLogsFolder", "testSniffer", "mirelSetDefaultURL"};
+}
 
 void Sniffer::initClickHelp()
 {
@@ -38,7 +43,11 @@ void Sniffer::onClickHelp()
     auto *button = qobject_cast<QWidget *>(sender());
     if (!helpPopup || helpPopup->isEmpty())
         return;
-    const QPoint where = button ? button->mapToGlobal(QPoint(0, button->height())) : QCursor::pos();
+    // Under the button, right edges aligned: the button sits at the window's
+    // right, and the menu stays over the window instead of past it.
+    const QPoint where = button ? button->mapToGlobal(QPoint(button->width() - helpPopup->sizeHint().width(),
+                                                             button->height()))
+                                : QCursor::pos();
     helpPopup->popup(where);
 }
 
@@ -67,7 +76,9 @@ void Sniffer::onClickHelpItem()
         slot = slot.mid(5).trimmed();
     if (slot.endsWith(QLatin1String("()")))
         slot.chop(2);
-    if (!QMetaObject::invokeMethod(this, slot.toLatin1().constData())) {
+    const bool allowed = std::any_of(std::begin(helpSlots), std::end(helpSlots),
+                                     [&slot](const char *name) { return slot == QLatin1String(name); });
+    if (!allowed || !QMetaObject::invokeMethod(this, slot.toLatin1().constData())) {
         qWarning() << "src/Sniffer/HelpMenu" << __LINE__ << "onClickHelpItem"
                    << ":"
                    << "no such action"

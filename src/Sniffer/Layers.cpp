@@ -82,10 +82,14 @@ void Sniffer::initWidgets()
     layers.insert(LayerUpdate, layer({ui->widgetNavigation}));
     layers.insert(LayerOldSniffer, layer({ui->widgetNavigation, ui->widgetOldSniffer}));
 
+    // The hint picture is the last declaration: the address field drops it
+    // while it holds text.
     styles.insert(uiInsertURL->inputURL,
-                  QStringList{QStringLiteral("background-color: white"), QStringLiteral("background-position: center"),
+                  QStringList{QStringLiteral("background-color: white"), QStringLiteral("color: black"),
+                              QStringLiteral("background-position: center"),
                               QStringLiteral("background-repeat: no-repeat"), QStringLiteral("border: 2px solid gray"),
-                              QStringLiteral("background-image: url(:/bgURL)")});
+                              QStringLiteral("padding: 0 8px"), QStringLiteral("background-image: url(:/bgURL)")});
+    connect(uiInsertURL->inputURL, &QLineEdit::textChanged, this, &Sniffer::updateURLHint);
     styles.insert(ui->widgetNavigation, QStringList{QStringLiteral("background-color:#1d1d1e")});
     uiInsertURL->inputURL->setStyleSheet(styles.value(uiInsertURL->inputURL).join(QStringLiteral(";")));
     const QString dark = styles.value(ui->widgetNavigation).join(QStringLiteral(";"));
@@ -101,6 +105,13 @@ void Sniffer::initWidgets()
     uiSettings->pathAudio->setText(appSettings.ini->value(QStringLiteral("savepath_audio"), QString()).toString());
 
     setVDWindowTitle(QString());
+
+    // Return belongs to the field that has the focus: no button of the
+    // window stands in as the dialog's default button.
+    for (QPushButton *button : findChildren<QPushButton *>()) {
+        button->setAutoDefault(false);
+        button->setDefault(false);
+    }
 
     // A very light weight on Qt's scale, on purpose.
     const QFont listFont(QStringLiteral("Monaco"), 10, 7);

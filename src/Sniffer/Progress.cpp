@@ -11,6 +11,8 @@
 void Sniffer::progressBarStart(int interval)
 {
     progressBarStart();
+    // A creeping bar is a sign of life, not a figure to read.
+    progressBar->setTextVisible(false);
     progressTimer->start(interval);
 }
 
@@ -19,6 +21,7 @@ void Sniffer::progressBarStart()
     uiProgress->lblConverting->hide();
     uiProgress->lblDots->hide();
     progressBar->setValue(progressBar->minimum());
+    progressBar->setTextVisible(true);
     showLayer(LayerProgress);
 }
 
@@ -31,7 +34,10 @@ void Sniffer::progressBarStart(int interval, bool caption)
     uiProgress->lblDots->show();
     showLayer(LayerProgress);
     progressBar->setValue(progressBar->maximum());
-    dotsTimer = new QTimer;
+    progressBar->setTextVisible(false);
+    // An earlier dots timer goes: only the latest one is ever stopped.
+    delete dotsTimer;
+    dotsTimer = new QTimer(this);
     dotsCount = 3;
     dotsGrowing = true;
     dotsRunning = true;

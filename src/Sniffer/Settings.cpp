@@ -1,4 +1,5 @@
 #include <QCoreApplication>
+#include <QDebug>
 #include <QDate>
 #include <QDir>
 #include <QFile>
@@ -16,6 +17,13 @@ QString productFolderName()
 }
 
 const QString stockSettingsName = QStringLiteral("sniffer.ini");
+
+// The string tables of the settings file, in the order they are loaded.
+const QStringList tableGroups{QStringLiteral("error_titles"),    QStringLiteral("error_messages"),
+                              QStringLiteral("error_messages_dl"), QStringLiteral("warning_messages"),
+                              QStringLiteral("yt_urls"),         QStringLiteral("os_urls"),
+                              QStringLiteral("help"),            QStringLiteral("help_actions"),
+                              QStringLiteral("mirel_test_urls"), QStringLiteral("test_sniffer")};
 } // namespace
 
 QString Sniffer::getApplicationDataFolder(QString sub)
@@ -53,17 +61,15 @@ void Sniffer::settingsInit()
     // One below today, so the first start counts as not yet checked today.
     appSettings.ini->setValue(QStringLiteral("last_update"), QString::number(QDate::currentDate().dayOfYear() - 1));
 
+    // The whole path, Documents included: a fresh account may not have it,
+    // and the save dialogs open in these folders.
     const QString documents =
         QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation) + QDir::separator() + productFolderName();
-    if (!QDir(documents).exists())
-        QDir().mkdir(documents);
     const QString video = documents + QDir::separator() + QStringLiteral("Video");
-    if (!QDir(video).exists())
-        QDir().mkdir(video);
+    QDir().mkpath(video);
     appSettings.ini->setValue(QStringLiteral("savepath_video"), video);
     const QString audio = documents + QDir::separator() + QStringLiteral("Audio");
-    if (!QDir(audio).exists())
-        QDir().mkdir(audio);
+    QDir().mkpath(audio);
     appSettings.ini->setValue(QStringLiteral("savepath_audio"), audio);
     appSettings.ini->sync();
 }
@@ -71,18 +77,43 @@ void Sniffer::settingsInit()
 void Sniffer::settingsRead()
 {
     appSettings.ini = new QSettings(appSettings.settingsFile, QSettings::IniFormat, this);
-    const QStringList groups{QStringLiteral("error_titles"),
-                             QStringLiteral("error_messages"),
-                             QStringLiteral("error_messages_dl"),
-                             QStringLiteral("warning_messages"),
-                             QStringLiteral("yt_urls"),
-                             QStringLiteral("os_urls"),
-                             QStringLiteral("help"),
-                             QStringLiteral("help_actions"),
-                             QStringLiteral("mirel_test_urls"),
-                             QStringLiteral("test_sniffer")};
-    for (const QString &group : groups)
+    restoreMissingTables();
+    for (const QString &group : tableGroups)
         settingsRead(group);
+}
+
+void Sniffer::restoreMissingTables()
+{
+    // A settings file rewritten without its tables (the data folder deleted
+    // while the program ran, a damaged file, a first start that could not
+    // write) would leave every message and address list empty. The tables it
+    // lacks come from the stock file built into the program; the user's own
+    // keys stay. QSettings writes a new file and renames it over the old one,
+    // so a failed write leaves the old file whole, and the restored tables
+    // are still used from memory.
+    QSettings stock(QStringLiteral(":/stock-settings"), QSettings::IniFormat);
+    QSettings *ini = appSettings.ini;
+    QStringList restored;
+    for (const QString &group : tableGroups) {
+        ini->beginGroup(group);
+        const bool present = !ini->childKeys().isEmpty();
+        ini->endGroup();
+        if (present)
+            continue;
+        stock.beginGroup(group);
+        const QStringList keys = stock.childKeys();
+        for (const QString &key : keys)
+            ini->setValue(group + QLatin1Char('/') + key, stock.value(key));
+        stock.endGroup();
+        restored << group;
+    }
+    if (restored.isEmpty())
+        return;
+    ini->sync();
+    qWarning() << "src/Sniffer/Settings" << __LINE__ << "restoreMissingTables"
+               << ":"
+               << "tables from the stock settings"
+               << ":" << restored << ini->status();
 }
 
 void Sniffer::settingsRead(QString group)

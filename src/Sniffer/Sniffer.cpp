@@ -27,6 +27,12 @@ Sniffer::Sniffer(QWidget *parent)
 
 Sniffer::~Sniffer()
 {
+    // Whatever still runs ends as on Cancel: no child outlives the window and
+    // no partial file stays behind.
+    if (downloader)
+        downloader->stop();
+    delete downloader;
+    delete avFoundation;
     delete ui;
     delete uiInsertURL;
     delete uiNavigation;
@@ -69,14 +75,22 @@ void Sniffer::focusChanged(QWidget *old, QWidget *now)
 
 void Sniffer::focusOnInputURL()
 {
+    updateURLHint();
+}
+
+void Sniffer::updateURLHint()
+{
     if (!urlHintShown)
         return;
     // The hint picture is the last declaration; the stored entry keeps it so
-    // the hint can come back.
-    QStringList declarations = styles.value(uiInsertURL->inputURL);
-    if (!declarations.isEmpty())
+    // the hint can come back. It shows while the field is empty.
+    QLineEdit *field = uiInsertURL->inputURL;
+    QStringList declarations = styles.value(field);
+    if (!field->text().isEmpty() && !declarations.isEmpty())
         declarations.removeLast();
-    uiInsertURL->inputURL->setStyleSheet(declarations.join(QStringLiteral(";")));
+    const QString style = declarations.join(QStringLiteral(";"));
+    if (field->styleSheet() != style)
+        field->setStyleSheet(style);
 }
 
 void Sniffer::mousePressEvent(QMouseEvent *event)

@@ -90,6 +90,7 @@ public:
     void settingsInit();
     void settingsRead();
     void settingsRead(QString group);
+    void restoreMissingTables();
     QString tableText(const QString &group, int key) const;
 
     void checkLocker();
@@ -100,6 +101,7 @@ public:
     void initDownloader();
     bool checkLastUpdateDate();
 
+    void updateURLHint();
     void setOutputVideoFile();
     void setSaveFilePath();
     QString GetSaveAsFullPath(QString extension);

@@ -21,6 +21,14 @@ int layerHeight(const QList<int> &visiblePageHeights, bool optionsVisible, const
     return height;
 }
 
+int formatRowsShown(int count, int availableHeight)
+{
+    // The Options layer is 60 + 270 - 75 pixels besides its list; the list
+    // adds up to 10 pixels to its rows, the window frame about 40.
+    const int room = (availableHeight - (60 + 270 - 75) - 10 - 40) / 27;
+    return qMin(count, qMax(1, room));
+}
+
 int progressNext(int value, int minimum, int maximum, quint32 random)
 {
     int next = value + 1;

@@ -22,6 +22,11 @@ struct OptionsRows
 };
 int layerHeight(const QList<int> &visiblePageHeights, bool optionsVisible, const OptionsRows &rows);
 
+// How many rows of a format list of `count` rows the Options page shows
+// (27 px each, the rest scrolls), so that the window stays within a screen
+// `availableHeight` high, frame included; at least one row.
+int formatRowsShown(int count, int availableHeight);
+
 // The progress bar creeps up one step per tick; the tick that would reach
 // maximum - 2 throws it back to a point between minimum + 20 and maximum - 2
 // (20 to 98 for the bar's 0 to 100), so it never stops moving.

@@ -10,9 +10,13 @@
 #include <QListWidget>
 #include <QProgressBar>
 #include <QPushButton>
+#include <QScreen>
+#include <QScrollBar>
 #include <QStandardPaths>
 
 #include <memory>
+
+#include <signal.h>
 
 #include "Sniffer/DownloadRules.h"
 #include "Sniffer/Sniffer.h"
@@ -86,6 +90,38 @@ class DownloadWindowTest : public QObject
         QVERIFY(waitFor([this] { return sniffer->ui->widgetOptions->isVisible(); }));
     }
 
+    // Types into the focused address field and presses Return there: the key
+    // goes on to the dialog when the field leaves it, as from the window system.
+    void typeAndReturn(const QString &address)
+    {
+        for (int i = 0; i < 2 && !sniffer->uiNavigation->btnDownloaderYT->isVisible(); ++i)
+            QTest::mouseClick(sniffer->uiNavigation->btnBack, Qt::LeftButton);
+        QTest::mouseClick(sniffer->uiNavigation->btnDownloaderYT, Qt::LeftButton);
+        // Back from a dialog: the window system would make the window active again.
+        QApplication::setActiveWindow(sniffer.get());
+        QVERIFY(QTest::qWaitForWindowActive(sniffer.get()));
+        sniffer->uiInsertURL->inputURL->setFocus();
+        QCOMPARE(QApplication::focusWidget(), sniffer->uiInsertURL->inputURL);
+        QTest::keyClicks(QApplication::focusWidget(), address);
+        QTest::keyClick(QApplication::focusWidget(), Qt::Key_Return);
+        QVERIFY(sniffer->ui->widgetProgress->isVisible());
+    }
+
+    // Cancel while the address is checked (the stand-in's call `number` of
+    // each query) ends both queries: nothing answers later.
+    void cancelWhileChecking(const QString &log, int number)
+    {
+        QVERIFY(sniffer->ui->widgetProgress->isVisible());
+        QVERIFY(waitFor([&] { return calls(log, "title").size() == number && calls(log, "formats").size() == number; }));
+        const QList<qint64> pids{sniffer->downloader->processTitle->processId(),
+                                 sniffer->downloader->processFormats->processId()};
+        QTest::mouseClick(sniffer->uiProgress->btnCloseProgress, Qt::LeftButton);
+        for (qint64 pid : pids)
+            QVERIFY2(waitFor([pid] { return ::kill(pid_t(pid), 0) != 0; }), "a query still runs");
+        QCoreApplication::processEvents();
+        QVERIFY(sniffer->ui->widgetNavigation->isVisible() && !sniffer->ui->widgetOptions->isVisible());
+    }
+
     bool completed(int timeoutMs = 15000)
     {
         return waitFor([this] { return boxText == "Processing is completed"; }, timeoutMs) &&
@@ -121,8 +157,9 @@ private slots:
 
     void videoFromAddressToFile()
     {
+        // A figure that is not a number moves the bar to 0.
         const QString log = useScenario("[download]\npart: 4096\nout-file: recorded/progress-start.txt\n"
-                                        "out-file: recorded/progress-end.txt\nmedia: " +
+                                        "out: [download]   nan% of ~1MiB\nout-file: recorded/progress-end.txt\nmedia: " +
                                         clip + "\n");
         openOptions();
         QCOMPARE(calls(log, "title").value(0).last(), canonical);
@@ -152,7 +189,32 @@ private slots:
         QVERIFY(completed());
         QCOMPARE(calls(log, "download").value(0), (QStringList{canonical, "-o", target, "--format", "22"}));
         QVERIFY(!QFile::exists(target + ".part"));
-        QCOMPARE(streamKinds(target), QString("video\naudio"));
+        QCOMPARE(streams(target), QString("h264=video aac=audio"));
+    }
+
+    void returnKeepsTheProgressAndCancelEndsEveryStep()
+    {
+        // No button of the window takes Return for itself.
+        for (QPushButton *button : sniffer->findChildren<QPushButton *>())
+            QVERIFY2(!button->autoDefault() && !button->isDefault(), qPrintable(button->objectName()));
+        // Addresses 1 and 3 are still being checked when Cancel comes.
+        const QString log = useScenario("[title 1]\nhang\n[formats 1]\nhang\n[title 3]\nhang\n[formats 3]\nhang\n"
+                    "[download]\npart: 4096\nout-file: recorded/progress-middle.txt\nhang\n");
+        typeAndReturn(canonical);
+        cancelWhileChecking(log, 1);
+
+        typeAndReturn(canonical);
+        QVERIFY(waitFor([this] { return sniffer->ui->widgetOptions->isVisible(); }));
+        const QString folder = work.filePath("cancelled");
+        QVERIFY(QDir().mkpath(folder));
+        answerSaveDialog(folder + "/Clip");
+        QTest::mouseClick(sniffer->uiOptions->btnDownloadVideo, Qt::LeftButton);
+        QVERIFY(waitFor([this] { return QFile::exists(sniffer->outputVideoFile + ".part"); }));
+        QTest::mouseClick(sniffer->uiProgress->btnCloseProgress, Qt::LeftButton);
+
+        typeAndReturn(canonical);
+        cancelWhileChecking(log, 3);
+        QVERIFY(QDir(folder).isEmpty());
     }
 
     void audioKeepsOnlyTheMp3()
@@ -168,7 +230,7 @@ private slots:
         closeNextMessage(&boxTitle, &boxText, 60000);
         QVERIFY(completed(60000));
         QCOMPARE(QDir(folder).entryList(QDir::Files), QStringList{"Tune.mp3"});
-        QCOMPARE(streamKinds(folder + "/Tune.mp3"), QString("audio"));
+        QCOMPARE(streams(folder + "/Tune.mp3"), QString("mp3=audio"));
     }
 
     void singleAudioFormatOffersOnlyAudio()
@@ -184,6 +246,23 @@ private slots:
         useScenario(QString());
         paste(sniffer->uiNavigation->btnDownloaderOS, "http://127.0.0.1:9/watch.html");
         QVERIFY(waitFor([this] { return sniffer->uiOptions->listFormats->isVisible(); }));
+        QVERIFY(sniffer->uiOptions->btnDownloadVideo->isVisible());
+    }
+
+    void longListScrollsInsideTheScreen()
+    {
+        QFile listing(work.filePath("formats-10001.txt"));
+        QVERIFY(listing.open(QIODevice::WriteOnly));
+        for (int code = 1; code <= 10001; ++code)
+            listing.write(QByteArray::number(code) + " mp4 640x360 medium , avc1.42001E, mp4a.40.2@ 96k\n");
+        listing.close();
+        useScenario("[formats]\nout-file: " + listing.fileName() + "\n");
+        openOptions();
+        QListWidget *list = sniffer->uiOptions->listFormats;
+        // Each read stands alone, so the list holds the rows of the last one: still hundreds.
+        QVERIFY(list->count() > 100);
+        QVERIFY(sniffer->frameGeometry().height() <= QGuiApplication::primaryScreen()->availableGeometry().height());
+        QVERIFY(list->verticalScrollBar()->maximum() > 0);
         QVERIFY(sniffer->uiOptions->btnDownloadVideo->isVisible());
     }
 

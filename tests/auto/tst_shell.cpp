@@ -13,6 +13,9 @@
 #include <QStackedWidget>
 #include <QTimer>
 
+#include <signal.h>
+
+#include "Platform/Platform.h"
 #include "Sniffer/Log.h"
 #include "Sniffer/Sniffer.h"
 #include "TestSupport.h"
@@ -20,6 +23,7 @@
 #include "ui_Navigation.h"
 #include "ui_Options.h"
 #include "ui_Progress.h"
+#include "ui_Settings.h"
 #include "ui_Sniffer.h"
 
 // The application shell: settings and data folder, log, lock, layers,
@@ -51,6 +55,8 @@ private slots:
     void firstStartConsumesTheStockFileAndSecondStartTouchesNothing()
     {
         QDir(dataFolder()).removeRecursively();
+        // A fresh account without a Documents folder still gets the save folders.
+        QDir(documents()).removeRecursively();
         QVERIFY(QFile::copy(VIDORRA_SOURCE_DIR "/deploy/sniffer.ini", stockFile()));
         {
             Sniffer first;
@@ -87,36 +93,56 @@ private slots:
         QFile::remove(stockFile());
     }
 
-    void missingOrCorruptSettingsStillBuildTheWindow_data()
+    void damagedSettingsGetTheStockTables_data()
     {
         QTest::addColumn<QByteArray>("content");
         QTest::newRow("no settings, no stock file") << QByteArray();
-        QTest::newRow("corrupt settings") << QByteArray("\x00\xff[[error_titles\n=\n\x01~~\n", 19);
+        QTest::newRow("random bytes") << QByteArray("\x00\xff[[error_titles\n=\n\x01~~\n", 19);
+        QTest::newRow("data folder deleted while running, then Save") << QByteArray("deleted");
+        QTest::newRow("data folder cannot be written") << QByteArray("unwritable");
     }
-    void missingOrCorruptSettingsStillBuildTheWindow()
+    void damagedSettingsGetTheStockTables()
     {
         QFETCH(QByteArray, content);
         QDir(dataFolder()).removeRecursively();
         QFile::remove(stockFile());
-        if (!content.isEmpty()) {
+        const QString ini = dataFolder() + "/sniffer.ini";
+        if (content == "deleted") {
+            stockSettings();
+            Sniffer earlier;
+            earlier.start();
+            QDir(dataFolder()).removeRecursively();
+            qDebug() << "the log brings the folder back";
+            earlier.uiSettings->pathVideo->setText("/my/videos");
+            QTest::mouseClick(earlier.uiSettings->btnSave, Qt::LeftButton);
+            QVERIFY(QFile::exists(ini));
+        } else if (content == "unwritable") {
+            // As root no permission stops a write; a file in the folder's place does.
+            QVERIFY(QFile(dataFolder()).open(QIODevice::WriteOnly));
+        } else if (!content.isEmpty()) {
             QDir().mkpath(dataFolder());
-            QFile ini(dataFolder() + "/sniffer.ini");
-            QVERIFY(ini.open(QIODevice::WriteOnly));
-            ini.write(content);
+            QFile file(ini);
+            QVERIFY(file.open(QIODevice::WriteOnly));
+            file.write(content);
         }
-        Sniffer sniffer;
-        sniffer.start();
-        QVERIFY(sniffer.appSettings.tables.value("error_titles").isEmpty());
-        QCOMPARE(sniffer.width(), 528);
-        QCOMPARE(sniffer.height(), 60);
-        QVERIFY(sniffer.isVisible());
-        // Messages fall back to readable defaults.
-        sniffer.appSettings.errorDetails.clear();
-        closeNextBox();
-        sniffer.showErrorMessage(42, Sniffer::FlagError);
-        QCOMPARE(lastBoxTitle, QString("Error"));
-        QVERIFY(lastBoxText.startsWith("Indefinite Error<br><br><hr>"));
-        QVERIFY(lastBoxText.contains("error #42:?</b><br>in '?' : ?<br>comment: ---"));
+        {
+            Sniffer sniffer;
+            sniffer.start();
+            QCOMPARE(sniffer.width(), 528);
+            QCOMPARE(sniffer.height(), 60);
+            QCOMPARE(sniffer.tableText("error_titles", 1), QString("Address not accepted"));
+            QCOMPARE(sniffer.appSettings.tables.value("os_urls").size(), 10);
+            closeNextBox();
+            sniffer.showErrorMessage(Downloader::errorTitle);
+            QCOMPARE(lastBoxTitle, QString("The video could not be read"));
+        }
+        // Written back when it can be, the user's own keys kept.
+        QSettings written(ini, QSettings::IniFormat);
+        QCOMPARE(written.value("error_titles/2").toString(),
+                 content == "unwritable" ? QString() : QString("The video could not be read"));
+        if (content == "deleted")
+            QCOMPARE(written.value("savepath_video").toString(), QString("/my/videos"));
+        QFile::remove(dataFolder());
     }
 
     void tableKeysBecomeNumbers()
@@ -195,6 +221,31 @@ private slots:
             QVERIFY(!QFile::exists(dataFolder() + "/locker"));
     }
 
+    void terminationEndsTheDownloadAndItsFile()
+    {
+        stockSettings();
+        QTemporaryDir dir;
+        QFile scenario(dir.filePath("scenario"));
+        QVERIFY(scenario.open(QIODevice::WriteOnly));
+        scenario.write("[download]\npart: 4096\nhang\n");
+        scenario.close();
+        QProcess child;
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert("VIDORRA_FAKE_SCRIPT", scenario.fileName());
+        child.setProcessEnvironment(environment);
+        const QString output = dir.filePath("clip.mp4");
+        child.start(QCoreApplication::applicationFilePath(), {"--child", "term", output});
+        // The child's log echo comes first; its last line names the download's process.
+        QByteArray said;
+        QVERIFY(waitFor([&] { return (said += child.readAll()).contains("\nCHILD ") && QFile::exists(output + ".part"); }, 30000));
+        const pid_t download = said.mid(said.indexOf("\nCHILD ") + 7).split('\n').first().toInt();
+        ::kill(pid_t(child.processId()), SIGTERM);
+        QVERIFY(child.waitForFinished(30000));
+        QCOMPARE(child.exitStatus(), QProcess::NormalExit);
+        QVERIFY2(::kill(download, 0) != 0, "the download outlived the program");
+        QCOMPARE(QDir(dir.path()).entryList(QDir::Files), (QStringList{"scenario", "scenario.log"}));
+    }
+
     void layersSetTheWindowHeight()
     {
         Sniffer sniffer;
@@ -263,7 +314,11 @@ private slots:
         QCOMPARE(sniffer.height(), 60);
         QVERIFY(sniffer.dotsTimer == nullptr);
 
+        // A figure shows only while the bar holds the download's own percentage.
+        sniffer.progressBarStart();
+        QVERIFY(sniffer.progressBar->isTextVisible());
         sniffer.progressBarStart(10);
+        QVERIFY(!sniffer.progressBar->isTextVisible());
         QCOMPARE(sniffer.height(), 120);
         QVERIFY(sniffer.uiProgress->lblDots->isHidden());
         QVERIFY(sniffer.progressTimer->isActive());
@@ -279,6 +334,7 @@ private slots:
 
         sniffer.progressBarStart(20, true);
         QVERIFY(sniffer.uiProgress->lblDots->isVisible());
+        QVERIFY(!sniffer.progressBar->isTextVisible());
         QCOMPARE(sniffer.progressBar->value(), 100);
         QVERIFY(waitFor([&] { return sniffer.uiProgress->lblDots->text() == "....."; }, 5000));
 
@@ -328,13 +384,16 @@ private slots:
         const QString withHint = url->styleSheet();
         QVERIFY(withHint.endsWith("background-image: url(:/bgURL)"));
 
-        // Without the hint flag the field keeps its look.
+        QVERIFY(withHint.contains("padding: 0 8px"));
+
+        // The hint picture shows while the field is empty, focus or not.
+        QTest::mouseClick(sniffer.uiNavigation->btnDownloaderOS, Qt::LeftButton);
         sniffer.focusChanged(nullptr, url);
         QCOMPARE(url->styleSheet(), withHint);
-        sniffer.urlHintShown = true;
-        sniffer.focusChanged(nullptr, url);
-        QVERIFY(!url->styleSheet().contains("bgURL"));
-        QVERIFY(url->styleSheet().endsWith("border: 2px solid gray"));
+        QTest::keyClicks(url, "h");
+        QVERIFY(url->styleSheet().endsWith("padding: 0 8px"));
+        QTest::keyClick(url, Qt::Key_Backspace);
+        QCOMPARE(url->styleSheet(), withHint);
 
         // The typed title is taken when leaving the field, except straight
         // into the address field.
@@ -354,14 +413,22 @@ private slots:
 
     void helpMenuAndAbout()
     {
-        freshSettings("last_update_v=2023.03.04\n[help]\n1=Just a tip\n2=About\n3=Broken\n"
-                      "[help_actions]\n2=showAboutDialog\n3=slot:noSuchSlot()\n");
+        freshSettings("last_update_v=2023.03.04\n[help]\n1=Just a tip\n2=About\n3=Broken\n4=Not for the menu\n"
+                      "[help_actions]\n2=showAboutDialog\n3=slot:noSuchSlot()\n4=deleteLater\n");
         Sniffer sniffer;
         sniffer.start();
         QVERIFY(sniffer.windowTitle().contains("2.0.0.327"));
         QVERIFY(sniffer.windowTitle().contains("2023.03.04"));
         const QList<QAction *> actions = sniffer.helpPopup->actions();
-        QCOMPARE(actions.size(), 3);
+        QCOMPARE(actions.size(), 4);
+
+        // The menu opens under its button, right edges aligned.
+        QTest::mouseClick(sniffer.uiNavigation->btnHelp, Qt::LeftButton);
+        QVERIFY(QTest::qWaitForWindowExposed(sniffer.helpPopup));
+        const QRect button(sniffer.uiNavigation->btnHelp->mapToGlobal(QPoint()), sniffer.uiNavigation->btnHelp->size());
+        QCOMPARE(sniffer.helpPopup->geometry().right(), button.right());
+        QCOMPARE(sniffer.helpPopup->geometry().top(), button.bottom() + 1);
+        sniffer.helpPopup->close();
         QCOMPARE(actions.at(0)->text(), QString("Just a tip"));
 
         closeNextBox();
@@ -377,16 +444,31 @@ private slots:
         QTest::mouseClick(close, Qt::LeftButton);
         QVERIFY(waitFor([&] { return sniffer.aboutDialog.isNull(); }, 3000));
 
-        closeNextBox();
-        actions.at(2)->trigger();
-        QCOMPARE(lastBoxText, QString("Broken"));
+        // Unknown slots, and slots that are not the menu's, show the caption.
+        for (int i : {2, 3}) {
+            closeNextBox();
+            actions.at(i)->trigger();
+            QCOMPARE(lastBoxText, actions.at(i)->text());
+        }
+        QVERIFY(sniffer.isVisible());
     }
 };
 
-// Child modes for the lock: the process must end by itself with status 0.
-static int runChild(const QString &mode)
+// Child modes: the lock's must end the process by itself with status 0;
+// "term" runs a download until a termination signal ends the program.
+static int runChild(const QString &mode, const QString &argument)
 {
     Sniffer sniffer;
+    if (mode == "term") {
+        Platform::quitOnTerminationSignals();
+        sniffer.start();
+        QUrl address("https://www.youtube.com/watch?v=BaW_jenozKc");
+        sniffer.downloader->setURL(&address);
+        sniffer.downloader->requestFile(22, argument);
+        printf("CHILD %lld\n", sniffer.downloader->processFile->processId());
+        fflush(stdout);
+        return QCoreApplication::exec();
+    }
     if (mode == "lock-twice") {
         sniffer.checkLocker();
         sniffer.checkLocker();
@@ -416,8 +498,9 @@ int main(int argc, char **argv)
     Q_INIT_RESOURCE(vidorra);
     if (child) {
         qInstallMessageHandler(myMessageHandler);
-        return runChild(QString::fromLocal8Bit(argv[2]));
+        return runChild(QString::fromLocal8Bit(argv[2]), QString::fromLocal8Bit(argc > 3 ? argv[3] : ""));
     }
+    watchModals();
     ShellTest test;
     return QTest::qExec(&test, argc, argv);
 }

@@ -16,9 +16,9 @@
 #include "ui_Options.h"
 #include "ui_Sniffer.h"
 
-// One download with nothing stood in: the real launcher over yt-dlp fetches
-// a page served on 127.0.0.1, the real ffmpeg extracts the audio, the window
-// runs on a real X server.
+// Downloads with nothing stood in: the real launcher over yt-dlp fetches a
+// page served on 127.0.0.1, the real ffmpeg converts, the window runs on a
+// real X server and gets its keys through the dialog.
 class DownloadRealTest : public QObject
 {
     Q_OBJECT
@@ -59,17 +59,42 @@ private slots:
         server.waitForFinished(5000);
     }
 
-    void pageToMp3ThroughTheWindow()
+    // The address typed into the focused field and Return pressed there, as
+    // a user does: the progress page stays until the Options page comes.
+    void enterAddress(Sniffer &sniffer)
+    {
+        QTest::mouseClick(sniffer.uiNavigation->btnDownloaderOS, Qt::LeftButton);
+        sniffer.activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(&sniffer));
+        sniffer.uiInsertURL->inputURL->setFocus();
+        QTest::keyClicks(QApplication::focusWidget(), "the clip: " + base + "/two.html");
+        sniffer.layerHistory.clear();
+        QTest::keyClick(QApplication::focusWidget(), Qt::Key_Return);
+        QVERIFY(waitFor([&] { return sniffer.ui->widgetOptions->isVisible(); }, 120000));
+        QCOMPARE(sniffer.layerHistory.first(), Sniffer::LayerProgress);
+        QVERIFY2(!sniffer.layerHistory.contains(Sniffer::LayerMain), "the start page came back in between");
+    }
+
+    void save(Sniffer &sniffer, QPushButton *button, const QString &name, const QString &filter)
+    {
+        answerSaveDialog(out.filePath(name), filter);
+        QTest::mouseClick(button, Qt::LeftButton);
+        QString title, text;
+        closeNextMessage(&title, &text, 120000);
+        QVERIFY(waitFor([&] { return !text.isEmpty(); }, 120000));
+        QCOMPARE(text, QString("Processing is completed"));
+        QVERIFY(waitFor([&] { return sniffer.ui->widgetInsertURL->isVisible(); }));
+    }
+
+    void pageToMkvAndM4aThroughTheWindow()
     {
         auto sniffer = std::make_unique<Sniffer>(nullptr);
         sniffer->start();
         QVERIFY(QTest::qWaitForWindowExposed(sniffer.get()));
 
-        QTest::mouseClick(sniffer->uiNavigation->btnDownloaderOS, Qt::LeftButton);
-        QApplication::clipboard()->setText("the clip: " + base + "/two.html");
-        QTest::keyClick(sniffer->uiInsertURL->inputURL, Qt::Key_V, Qt::ControlModifier);
-        QTest::keyClick(sniffer->uiInsertURL->inputURL, Qt::Key_Return);
-        QVERIFY(waitFor([&] { return sniffer->ui->widgetOptions->isVisible(); }, 60000));
+        enterAddress(*sniffer);
+        if (QTest::currentTestFailed())
+            return;
         QListWidget *list = sniffer->uiOptions->listFormats;
         QVERIFY(list->isVisible() && list->count() >= 2);
         const QList<QListWidgetItem *> best = list->findItems("( BEST )", Qt::MatchContains);
@@ -82,17 +107,24 @@ private slots:
         QVERIFY(sniffer->grab().save(shots + "/download-options.png"));
         qInfo() << "Options page:" << shots + "/download-options.png";
 
+        // The MP4 format saved as Matroska: converted, the download removed.
         QTest::mouseClick(list->viewport(), Qt::LeftButton, {}, list->visualItemRect(best.first()).center());
-        const QString target = out.filePath("Sunrise Tone");
-        answerSaveDialog(target);
-        QTest::mouseClick(sniffer->uiOptions->btnDownloadAudio, Qt::LeftButton);
-        QString title, text;
-        closeNextMessage(&title, &text, 120000);
-        QVERIFY(waitFor([&] { return !text.isEmpty(); }, 120000));
-        QCOMPARE(text, QString("Processing is completed"));
-        QVERIFY(waitFor([&] { return sniffer->ui->widgetInsertURL->isVisible(); }));
-        QCOMPARE(QDir(out.path()).entryList(QDir::Files), QStringList{"Sunrise Tone.mp3"});
-        QCOMPARE(streamKinds(target + ".mp3"), QString("audio"));
+        save(*sniffer, sniffer->uiOptions->btnDownloadVideo, "Sunrise", "Matroska (*.mkv)");
+        if (QTest::currentTestFailed())
+            return;
+        QCOMPARE(QDir(out.path()).entryList(QDir::Files), QStringList{"Sunrise.mkv"});
+        QCOMPARE(streams(out.filePath("Sunrise.mkv")), QString("mpeg4=video vorbis=audio"));
+        QProcess play;
+        play.start("ffmpeg", {"-v", "error", "-i", out.filePath("Sunrise.mkv"), "-f", "null", "-"});
+        QVERIFY(play.waitForFinished(60000) && play.exitCode() == 0 && play.readAllStandardError().isEmpty());
+
+        // The same page saved as M4A: the sound alone.
+        enterAddress(*sniffer);
+        if (QTest::currentTestFailed())
+            return;
+        save(*sniffer, sniffer->uiOptions->btnDownloadAudio, "Sunrise Tone", "MP4 Audio (*.m4a)");
+        QCOMPARE(QDir(out.path()).entryList(QDir::Files), (QStringList{"Sunrise Tone.m4a", "Sunrise.mkv"}));
+        QCOMPARE(streams(out.filePath("Sunrise Tone.m4a")), QString("aac=audio"));
     }
 };
 
