@@ -2,6 +2,7 @@
 
 #include <QDebug>
 #include <QLineEdit>
+#include <QKeyEvent>
 #include <QMouseEvent>
 #include <QTime>
 
@@ -91,6 +92,15 @@ void Sniffer::updateURLHint()
     const QString style = declarations.join(QStringLiteral(";"));
     if (field->styleSheet() != style)
         field->setStyleSheet(style);
+}
+
+void Sniffer::keyPressEvent(QKeyEvent *event)
+{
+    // Escape would close the dialog, and with it the program and any
+    // download under way; the window is closed on purpose only.
+    if (event->key() == Qt::Key_Escape && event->modifiers() == Qt::NoModifier)
+        return;
+    QDialog::keyPressEvent(event);
 }
 
 void Sniffer::mousePressEvent(QMouseEvent *event)

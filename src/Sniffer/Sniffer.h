@@ -152,6 +152,7 @@ public slots:
     void onSaveFilterSelected(const QString &filter);
 
 protected:
+    void keyPressEvent(QKeyEvent *event) override;
     void mousePressEvent(QMouseEvent *event) override;
 
 public:

@@ -403,6 +403,10 @@ private slots:
         sniffer.focusChanged(title, sniffer.uiOptions->selectPath);
         QCOMPARE(sniffer.uiOptions->lblTitle->text(), QString("My own title"));
 
+        // Escape does not close the window (and the program with it).
+        QTest::keyClick(&sniffer, Qt::Key_Escape);
+        QVERIFY(sniffer.isVisible());
+
         QSignalSpy menu(&sniffer, &QWidget::customContextMenuRequested);
         QTest::mouseClick(&sniffer, Qt::LeftButton, {}, QPoint(10, 12));
         QCOMPARE(menu.count(), 0);
