@@ -18,3 +18,29 @@ function(vidorra_tool_folder dir launcher)
         endif()
     endforeach()
 endfunction()
+
+# Puts the feed's helper programs (the native messaging host and
+# vidorra2-sniff) of the application folder into `dir` as links, so that
+# tests find them beside themselves as the program does.
+function(vidorra_feed_tools dir)
+    foreach(helper vidorra2-sniffer-host vidorra2-sniff)
+        file(CREATE_LINK ${VIDORRA_APP_DIR}/${helper} ${dir}/${helper} SYMBOLIC)
+    endforeach()
+endfunction()
+
+# The same tool links as vidorra_tool_folder, made by `cmake --install` in
+# `destination` (relative to the install prefix).
+function(vidorra_install_tool_links destination)
+    foreach(pair "ffmpeg7_311=${VIDORRA_FFMPEG}" "ffmpeg9_311=${VIDORRA_FFMPEG}"
+                 "ffplay=${VIDORRA_FFPLAY}" "sox/sox=${VIDORRA_SOX}")
+        string(REPLACE "=" ";" parts "${pair}")
+        list(GET parts 0 name)
+        list(GET parts 1 target)
+        if(target AND NOT target MATCHES "NOTFOUND$")
+            install(CODE "set(link \$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${destination}/${name})
+                get_filename_component(folder \${link} DIRECTORY)
+                file(MAKE_DIRECTORY \${folder})
+                file(CREATE_LINK ${target} \${link} SYMBOLIC)")
+        endif()
+    endforeach()
+endfunction()

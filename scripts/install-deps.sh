@@ -10,6 +10,7 @@ packages=(
     ffmpeg sox libsox-fmt-all
     yt-dlp python3
     xvfb xauth x11-utils imagemagick fonts-dejavu-core
+    chromium
 )
 
 missing=()

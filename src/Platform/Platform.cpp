@@ -2,6 +2,7 @@
 
 #include <QCoreApplication>
 #include <QDir>
+#include <QFileInfo>
 #include <QOperatingSystemVersion>
 #include <QSocketNotifier>
 #include <QStandardPaths>
@@ -50,6 +51,61 @@ QString applicationSupportFolder()
 #endif
     QDir().mkpath(folder);
     return QDir::toNativeSeparators(folder);
+}
+
+QString programDataFolder()
+{
+    return applicationSupportFolder() + QDir::separator() + QStringLiteral("Vidorra 2");
+}
+
+QString userId()
+{
+#ifdef Q_OS_UNIX
+    return QString::number(::getuid());
+#else
+    return qEnvironmentVariable("USERNAME");
+#endif
+}
+
+QString programExecutable(const QString &folder)
+{
+    const QString beside = folder + QStringLiteral("/vidorra2");
+#ifdef Q_OS_MACOS
+    // A helper kept in Contents/Helpers or Contents/Resources of the bundle.
+    if (!QFileInfo::exists(beside) && folder.contains(QStringLiteral(".app/Contents/")))
+        return QDir::cleanPath(folder + QStringLiteral("/../MacOS/vidorra2"));
+#endif
+    return beside;
+}
+
+namespace {
+QString home()
+{
+    return QStandardPaths::writableLocation(QStandardPaths::HomeLocation);
+}
+} // namespace
+
+QStringList chromiumHostManifestFolders()
+{
+#ifdef Q_OS_MACOS
+    const QString support = home() + QStringLiteral("/Library/Application Support/");
+    return {support + QStringLiteral("Chromium/NativeMessagingHosts"),
+            support + QStringLiteral("Google/Chrome/NativeMessagingHosts")};
+#else
+    // Both browsers keep their profiles under XDG_CONFIG_HOME (~/.config).
+    const QString config = QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation);
+    return {config + QStringLiteral("/chromium/NativeMessagingHosts"),
+            config + QStringLiteral("/google-chrome/NativeMessagingHosts")};
+#endif
+}
+
+QString firefoxHostManifestFolder()
+{
+#ifdef Q_OS_MACOS
+    return home() + QStringLiteral("/Library/Application Support/Mozilla/NativeMessagingHosts");
+#else
+    return home() + QStringLiteral("/.mozilla/native-messaging-hosts");
+#endif
 }
 
 void quitOnTerminationSignals()

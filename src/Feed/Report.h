@@ -1,0 +1,46 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+
+// Media addresses reported from outside the program: by the browser add-on
+// through the native messaging host, or by vidorra2-sniff from a shell.
+namespace Feed {
+
+// One sniffed media file. The address carries no scheme: the program puts
+// "http://" in front of it, whatever scheme the browser saw.
+struct Report
+{
+    QString address;
+    QString source;
+    QString size; // bytes, decimal
+    QString type;
+};
+
+// What one message turned out to be.
+struct Message
+{
+    enum Kind { Dropped, MediaReport, ShowList };
+    Kind kind = Dropped;
+    Report report;
+    QString reason; // why it was dropped
+};
+
+// The longest message the program, the host and the command line take.
+constexpr int maxMessageBytes = 64 * 1024;
+
+// Reads one JSON object: a report {"url", "source", "size", "type"} or, when
+// `commandsAllowed`, the command {"command": "showSniffed"}. A report needs a
+// whole, non-negative size (a JSON number or decimal text) and an address
+// that is http, https or scheme-less with a host; anything else is dropped.
+Message readMessage(const QByteArray &json, bool commandsAllowed);
+
+// The address without its scheme; empty, with `reason` set, when it does not
+// name a web address.
+QString addressWithoutScheme(const QString &url, QString *reason);
+
+// One line of the program's socket ("\n"-terminated compact JSON).
+QByteArray reportLine(const Report &report);
+QByteArray showListLine();
+
+} // namespace Feed
