@@ -1,0 +1,75 @@
+// Reports every whole media file the browser receives (its address, the page
+// that asked for it, its size and type) to Vidorra 2 through the program's
+// native messaging host. Nothing else leaves the browser.
+"use strict";
+
+const api = globalThis.browser ?? globalThis.chrome;
+const HOST = "org.vidorra2.sniffer";
+
+// Pieces of a stream and the playlists that list them are no file to keep.
+const STREAM_TYPES = new Set([
+    "video/mp2t", "video/iso.segment", "audio/mpegurl", "audio/x-mpegurl",
+    "application/vnd.apple.mpegurl", "application/x-mpegurl", "application/dash+xml",
+]);
+const STREAM_PATH = /\.(ts|m4s|m3u8|mpd)$/i;
+// Servers that send media as plain bytes give it away by its name only.
+const MEDIA_PATH = /\.(mp4|m4v|m4a|mov|webm|mkv|flv|avi|wmv|3gp|ogv|ogg|oga|opus|mp3|aac|flac|wav)$/i;
+
+const sent = new Set(); // url + size, this session
+let port = null;
+
+function header(details, name) {
+    const found = (details.responseHeaders || []).find((h) => h.name.toLowerCase() === name);
+    return found ? (found.value || "").trim() : "";
+}
+
+function mediaType(contentType, path) {
+    const type = contentType.split(";")[0].trim().toLowerCase();
+    if (STREAM_TYPES.has(type) || STREAM_PATH.test(path))
+        return "";
+    if (type.startsWith("video/") || type.startsWith("audio/"))
+        return type;
+    return type === "application/octet-stream" && MEDIA_PATH.test(path) ? type : "";
+}
+
+// The whole file's size: the total of a Content-Range, else the length of a
+// complete (200) answer.
+function mediaSize(details) {
+    const range = /^bytes\s+(?:\d+-\d+|\*)\/(\d+)$/i.exec(header(details, "content-range"));
+    if (range)
+        return range[1];
+    const length = header(details, "content-length");
+    return details.statusCode === 200 && /^\d+$/.test(length) ? length : "";
+}
+
+function send(message) {
+    if (!port) {
+        port = api.runtime.connectNative(HOST);
+        port.onDisconnect.addListener(() => {
+            void api.runtime.lastError; // the host is missing or ended: connect again next time
+            port = null;
+        });
+    }
+    port.postMessage(message);
+}
+
+function onResponseStarted(details) {
+    if (details.statusCode !== 200 && details.statusCode !== 206)
+        return;
+    const url = new URL(details.url);
+    const type = mediaType(header(details, "content-type"), url.pathname);
+    const size = mediaSize(details);
+    if (!type || !/^[1-9]\d*$/.test(size))
+        return;
+    const address = details.url.replace(/^https?:\/\//i, "");
+    if (sent.has(address + " " + size))
+        return;
+    sent.add(address + " " + size);
+    const source = details.documentUrl || details.originUrl || details.initiator || "";
+    send({ url: address, source: source, size: size, type: type });
+}
+
+api.webRequest.onResponseStarted.addListener(
+    onResponseStarted,
+    { urls: ["http://*/*", "https://*/*"], types: ["media", "object", "xmlhttprequest", "other"] },
+    ["responseHeaders"]);
