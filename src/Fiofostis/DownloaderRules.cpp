@@ -152,6 +152,26 @@ QStringList ffmpegArguments(const QString &input, const QString &output, Downloa
     return args;
 }
 
+QString toolComplaint(const QByteArray &errorOutput, int exitCode)
+{
+    QStringList errors;
+    QString last;
+    const QStringList lines = QString::fromUtf8(errorOutput).split(QLatin1Char('\n'));
+    for (const QString &line : lines) {
+        const QString text = line.trimmed();
+        if (text.startsWith(QLatin1String("ERROR:")))
+            errors << text;
+        if (!text.isEmpty())
+            last = text;
+    }
+    if (!errors.isEmpty())
+        return errors.join(QLatin1Char('\n'));
+    if (!last.isEmpty())
+        return last;
+    return exitCode < 0 ? QStringLiteral("The downloader stopped unexpectedly.")
+                        : QStringLiteral("The downloader ended with exit code %1.").arg(exitCode);
+}
+
 QString launcherPath(const QString &folder)
 {
     return QDir::toNativeSeparators(folder) + QDir::separator() + QStringLiteral("run");

@@ -54,6 +54,10 @@ float percentFromChunk(const QString &chunk);
 // the output's extension; an audio extraction leaves the picture out.
 QStringList ffmpegArguments(const QString &input, const QString &output, Downloader::FormatConvertingFrom from);
 
+// What the user is told of a failed run: the tool's "ERROR:" lines from its
+// standard error, else its last line, else the exit code.
+QString toolComplaint(const QByteArray &errorOutput, int exitCode);
+
 // The launcher of the downloader tool and the ffmpeg build inside the
 // application folder `folder`; `build` is 7 or 9.
 QString launcherPath(const QString &folder);

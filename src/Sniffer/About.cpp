@@ -35,7 +35,7 @@ void Sniffer::setVDWindowTitle(QString text)
 {
     const QString tool = appSettings.ini->value(QStringLiteral("last_update_v"), QStringLiteral("last")).toString();
     QString title = QStringLiteral("Vidorra 2  %1  (downloader %2)").arg(versionText, tool);
-    if (!text.isEmpty())
+    if (!text.isEmpty() && text != tool)
         title += QStringLiteral("  –  ") + text;
     setWindowTitle(title);
 }

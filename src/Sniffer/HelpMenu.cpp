@@ -18,7 +18,8 @@
 // Only the slots meant for the menu run; any other name shows the caption.
 
 namespace {
-const char *const helpSlots[] = {"showAboutDialog", "showLogsFolder", "testSniffer", "mirelSetDefaultURL"};
+const char *const helpSlots[] = {"showAboutDialog",    "showLogsFolder",      "testSniffer",
+                                 "mirelSetDefaultURL", "connectBrowserAddOn", "showHelpDesk"};
 }
 
 void Sniffer::initClickHelp()

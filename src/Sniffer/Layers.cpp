@@ -34,6 +34,7 @@ void Sniffer::initWidgets()
     uiOldSniffer = new Ui_OldSniffer;
     uiOldSniffer->setupUi(ui->widgetOldSniffer);
     pageHeights.insert(ui->widgetOldSniffer, 170);
+    initSniffedList();
 
     uiInsertURL = new Ui_InsertURL;
     uiInsertURL->setupUi(ui->widgetInsertURL);

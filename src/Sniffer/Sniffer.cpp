@@ -7,6 +7,7 @@
 #include <QTime>
 
 #include "AVFoundation/AVFoundation.h"
+#include "Fiofostis/SniffedDownload.h"
 #include "ui_InsertURL.h"
 #include "ui_Navigation.h"
 #include "ui_OldSniffer.h"
@@ -32,6 +33,7 @@ Sniffer::~Sniffer()
     // no partial file stays behind.
     if (downloader)
         downloader->stop();
+    qDeleteAll(sniffedDownloads); // each removes what it had written
     delete downloader;
     delete avFoundation;
     delete ui;

@@ -9,13 +9,17 @@
 #include <QStringList>
 
 #include "Fiofostis/Downloader.h"
+#include "Sniffer/SniffedRules.h"
 
+class QAction;
 class QListWidgetItem;
 class QMenu;
 class QProgressBar;
+class QPushButton;
 class QTimer;
 class QWidget;
 class AVFoundation;
+class SniffedDownload;
 
 class Ui_Sniffer;
 class Ui_InsertURL;
@@ -24,6 +28,19 @@ class Ui_OldSniffer;
 class Ui_Options;
 class Ui_Progress;
 class Ui_Settings;
+
+// One media address of the sniffed list.
+struct VS_RECENTLY_SNIFFED_VIDEO_DATA
+{
+    qint32 number = 0; // sequence number, shown in the row
+    QString time;      // "hh:mm:ss" of its arrival
+    QString url;       // with its scheme
+    QByteArray source; // the page it was reported from (Latin-1), not shown
+    qint64 sizeBytes = 0;
+    QString type;
+    bool isVideoSitePage = false; // a page of the video site: no preview
+    qint32 downloadState = 0;     // 0 not saved, 1 saving, 2 saved
+};
 
 // The main window and the controller of every workflow of the program.
 // Each workflow lives in its own source file in this folder.
@@ -52,6 +69,7 @@ public:
     {
         QString caption;
         QString action;
+        QAction *menuAction = nullptr; // the address menu's entry
     };
 
     struct applicationSettings
@@ -107,6 +125,18 @@ public:
     QString GetSaveAsFullPath(QString extension);
     QString fixExtension(const QString &name, const QString &extension);
 
+    void Append(const QString &url, const QString &source, const QString &size, const QString &type);
+    int FindByURL(const QString &url) const;
+    int FindBySizeBytes(qint64 size) const;
+    void RemoveAt(int index);
+    void SetDownloadState(int index, int state);
+    void AddListItem(const QString &first, const QString &second, const QString &third);
+    void RefreshList();
+    QString DownloadYouTubeVideoFromSniffedURL(int index);
+    void initSniffedList();
+    // Reports are waiting: look at the queue soon.
+    void wakeUrlQueue();
+
 signals:
     void downloadFinished(QString);
 
@@ -150,6 +180,18 @@ public slots:
     void saveDefaultFilePath();
     void selectDefaultFilePath();
     void onSaveFilterSelected(const QString &filter);
+    QString onClickOldSnifferDownload();
+    void onClickOldSnifferDownloadAudio();
+    void onClickOldSnifferDownloadVideo();
+    void onClickOldSnifferRemove();
+    void onClickOldSnifferPreview();
+    void onClickOldSnifferListItem(QListWidgetItem *item);
+    void onClickOldSnifferListItem();
+    void onOldSnifferDownloadFinished(QString path);
+    void changeButtonIcon();
+    void checkUrlQueue();
+    void connectBrowserAddOn();
+    void showHelpDesk();
 
 protected:
     void keyPressEvent(QKeyEvent *event) override;
@@ -197,6 +239,22 @@ public:
     QHash<int, QString> formatLabels;
     QString outputVideoFile;
     QString outputAudioFile;
+
+    // Sniffed media list
+    VS_RECENTLY_SNIFFED_VIDEO_DATA sniffedEntries[SniffedRules::capacity];
+    qint32 sniffedCount = 0;
+    qint32 sniffedSequence = 0;
+    bool snifferPageWired = false;
+    QTimer *urlQueueTimer = nullptr;
+    QPushButton *flashButton = nullptr;
+    QString flashIconPath;
+    bool flashDone = true;
+    QList<SniffedDownload *> sniffedDownloads;
+    bool announceSniffedDownload = false; // the list's buttons emit downloadFinished when a save is complete
+    QString sniffedSourceFile; // the last audio save of the list and its ".mp3" copy
+    QString sniffedTargetFile;
+    qint32 testUrlIndex = 0;
+    qint64 lastPreviewPid = 0;
 
     // Recorder
     AVFoundation *avFoundation = nullptr;

@@ -1,16 +1,93 @@
-#include "Sniffer/Sniffer.h"
+#include <QCoreApplication>
+#include <QDate>
+#include <QDebug>
+#include <QDesktopServices>
+#include <QDir>
+#include <QLineEdit>
+#include <QMessageBox>
+#include <QUrl>
 
-// The daily update check and the self-test of the downloader tool join the
-// window later; until then start-up never asks for an update.
-bool Sniffer::checkLastUpdateDate()
-{
-    return false;
+#include "Sniffer/SniffedRules.h"
+#include "Sniffer/Sniffer.h"
+#include "ui_InsertURL.h"
+#include "ui_OldSniffer.h"
+#include "ui_Sniffer.h"
+
+namespace {
+constexpr int testPageHeight = 320;
 }
 
-void Sniffer::updateSniffer() {}
+bool Sniffer::checkLastUpdateDate()
+{
+    const QString last = appSettings.ini->value(QStringLiteral("last_update"), QString()).toString();
+    // The day of the year only: the same day a year later counts as checked.
+    const QString today = QString::number(QDate::currentDate().dayOfYear());
+    qDebug() << "src/Sniffer/SnifferUpdate" << 37 << "checkLastUpdateDate"
+             << ":"
+             << "date" << today;
+    if (last == today)
+        return false;
+    appSettings.ini->setValue(QStringLiteral("last_update"), today);
+    appSettings.ini->sync();
+    return true;
+}
 
-void Sniffer::postUpdateSniffer() {}
+void Sniffer::updateSniffer()
+{
+    showLayer(LayerUpdate);
+    if (downloader->processUpdate)
+        return; // one update at a time; its end shows the notice
+    downloader->checkUpdates();
+}
 
-void Sniffer::testSniffer() {}
+void Sniffer::postUpdateSniffer()
+{
+    const QString version = SniffedRules::versionFromUpdateOutput(downloader->updateOutput);
+    appSettings.ini->setValue(QStringLiteral("last_update_v"), version);
+    setVDWindowTitle(version);
+    showLayer(LayerMain);
+    QMessageBox::information(this, QStringLiteral("Vidorra 2"), SniffedRules::upToDateText(version), QMessageBox::Ok);
+}
 
-void Sniffer::mirelSetDefaultURL() {}
+void Sniffer::testSniffer()
+{
+    const QString address = tableText(QStringLiteral("test_sniffer"), 0);
+    if (address.isEmpty()) {
+        qCritical() << "!!! ERROR: "
+                    << "src/Sniffer/TestSniffer" << 9 << "testSniffer"
+                    << ":" << 8;
+        appSettings.errorDetails =
+            QStringList{QStringLiteral("src/Sniffer/TestSniffer"), QStringLiteral("9"), QStringLiteral("testSniffer"), {}};
+        showErrorMessage(static_cast<appFlag>(8));
+        return;
+    }
+    // The list page grows to show the test notice under the list.
+    if (uiOldSniffer->stackedWidget->currentIndex() == 0) {
+        pageHeights.insert(ui->widgetOldSniffer, testPageHeight);
+        ui->widgetOldSniffer->setFixedHeight(testPageHeight);
+        uiOldSniffer->stackedWidget->setCurrentIndex(1);
+    }
+    showOldSniffer();
+    QDesktopServices::openUrl(QUrl(address));
+}
+
+void Sniffer::mirelSetDefaultURL()
+{
+    ++testUrlIndex;
+    uiInsertURL->inputURL->setFocus();
+    uiInsertURL->inputURL->setText(tableText(QStringLiteral("mirel_test_urls"), testUrlIndex));
+    if (testUrlIndex == 3)
+        testUrlIndex = 0;
+}
+
+void Sniffer::showHelpDesk()
+{
+    // The help desk is an address, or the name of a page shipped beside the program.
+    const QString address = tableText(QStringLiteral("test_sniffer"), 1);
+    if (address.isEmpty())
+        return;
+    const QUrl url(address);
+    QDesktopServices::openUrl(url.scheme().isEmpty()
+                                  ? QUrl::fromLocalFile(QCoreApplication::applicationDirPath() + QDir::separator() + address)
+                                  : url);
+}

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <QObject>
+#include <QString>
+
+class QProcess;
+
+// One transfer of a sniffed media address into a file the user chose, run
+// by the downloader tool as for a download of the site's format 0. Ends in
+// finished(): with success only when the file is complete; after a failure
+// or a stop nothing of the file is left.
+class SniffedDownload : public QObject
+{
+    Q_OBJECT
+
+public:
+    SniffedDownload(const QString &address, const QString &path, QObject *parent = nullptr);
+    ~SniffedDownload() override;
+
+    void start();
+    // Ends the transfer at once and removes what it had written; no signal.
+    void stop();
+    bool isRunning() const { return process != nullptr; }
+
+    const QString address;
+    const QString path;
+
+signals:
+    // `message` is the tool's own word on a failure.
+    void finished(bool ok, const QString &message);
+
+private:
+    void end(int exitCode);
+    void removePartialFiles() const;
+
+    QProcess *process = nullptr;
+    QByteArray errorOutput;
+};

@@ -1,0 +1,184 @@
+#include <QAction>
+#include <QDebug>
+#include <QDesktopServices>
+#include <QDir>
+#include <QListWidget>
+#include <QMenu>
+#include <QProcess>
+#include <QPushButton>
+#include <QTimer>
+#include <QUrl>
+
+#include "Fiofostis/SniffedDownload.h"
+#include "Sniffer/DownloadRules.h"
+#include "Sniffer/SniffedRules.h"
+#include "Sniffer/Sniffer.h"
+#include "ui_Navigation.h"
+#include "ui_OldSniffer.h"
+
+namespace {
+// The entry of the list's current row, -1 when no row is current.
+int currentEntry(const QListWidget *list, int count)
+{
+    const int row = list->currentRow();
+    return row < 0 ? -1 : count - 1 - row;
+}
+} // namespace
+
+// Every button of the list shows its pressed look for 300 ms.
+static void flash(Sniffer *sniffer, QPushButton *button, const QString &icon)
+{
+    sniffer->flashButton = button;
+    sniffer->flashIconPath = icon;
+    sniffer->flashDone = false;
+    sniffer->changeButtonIcon();
+    QTimer::singleShot(300, sniffer, &Sniffer::changeButtonIcon);
+}
+
+void Sniffer::changeButtonIcon()
+{
+    if (!flashButton)
+        return;
+    flashButton->setIcon(QIcon(flashDone ? flashIconPath : flashIconPath + QStringLiteral("clc")));
+    flashDone = true;
+}
+
+void Sniffer::onClickOldSnifferPreview()
+{
+    flash(this, uiOldSniffer->pbPreview, QStringLiteral(":btnPreviewOSN"));
+    const int index = currentEntry(uiOldSniffer->mediaList, sniffedCount);
+    if (index < 0 || sniffedEntries[index].url.isEmpty())
+        return;
+    const QString player = QDir::toNativeSeparators(QCoreApplication::applicationDirPath() + QStringLiteral("/ffplay"));
+    qint64 pid = 0;
+    if (QProcess::startDetached(player, {sniffedEntries[index].url.trimmed()}, QString(), &pid))
+        lastPreviewPid = pid;
+}
+
+void Sniffer::onClickOldSnifferRemove()
+{
+    flash(this, uiOldSniffer->pbRemove, QStringLiteral(":btnRemoveOSN"));
+    const int index = currentEntry(uiOldSniffer->mediaList, sniffedCount);
+    if (index >= 0)
+        RemoveAt(index);
+}
+
+void Sniffer::onClickOldSnifferDownloadVideo()
+{
+    flash(this, uiOldSniffer->pbDownloadVideo, QStringLiteral(":btnVideoOSN"));
+    snifferSaveMode = DownloadRules::KindVideo;
+    const int index = currentEntry(uiOldSniffer->mediaList, sniffedCount);
+    announceSniffedDownload = true;
+    if (index >= 0)
+        DownloadYouTubeVideoFromSniffedURL(index);
+    announceSniffedDownload = false;
+}
+
+void Sniffer::onClickOldSnifferDownloadAudio()
+{
+    flash(this, uiOldSniffer->pbDownloadAudio, QStringLiteral(":btnAudioOSN"));
+    snifferSaveMode = DownloadRules::KindAudio;
+    const int index = currentEntry(uiOldSniffer->mediaList, sniffedCount);
+    announceSniffedDownload = true;
+    if (index >= 0)
+        DownloadYouTubeVideoFromSniffedURL(index);
+    announceSniffedDownload = false;
+}
+
+QString Sniffer::onClickOldSnifferDownload()
+{
+    const int index = currentEntry(uiOldSniffer->mediaList, sniffedCount);
+    return index < 0 ? QString() : DownloadYouTubeVideoFromSniffedURL(index);
+}
+
+QString Sniffer::DownloadYouTubeVideoFromSniffedURL(int index)
+{
+    // An audio save is named .mp3; a video keeps the extension of its type.
+    const QString extension = snifferSaveMode == DownloadRules::KindAudio
+                                  ? QStringLiteral("mp3")
+                                  : SniffedRules::extensionForType(sniffedEntries[index].type);
+    const QString path = GetSaveAsFullPath(extension);
+    if (path.isEmpty() || index >= sniffedCount)
+        return QString();
+    const QString url = sniffedEntries[index].url;
+
+    // A save started by the list's buttons is announced once the file is complete.
+    const bool announce = announceSniffedDownload;
+    auto *transfer = new SniffedDownload(SniffedRules::transferAddress(url), path, this);
+    sniffedDownloads.append(transfer);
+    connect(transfer, &SniffedDownload::finished, this, [this, transfer, url, announce](bool ok, const QString &why) {
+        sniffedDownloads.removeOne(transfer);
+        transfer->deleteLater();
+        SetDownloadState(FindByURL(url), ok ? 2 : 0);
+        uiOldSniffer->pbDownloadVideo->setEnabled(sniffedCount > 0);
+        if (ok) {
+            if (announce)
+                emit downloadFinished(transfer->path);
+            return;
+        }
+        const int line = __LINE__;
+        qCritical() << "!!! ERROR: "
+                    << "src/Sniffer/ListActions.cpp" << line << "DownloadYouTubeVideoFromSniffedURL"
+                    << ":" << transfer->path << ":" << why;
+        appSettings.errorDetails = QStringList{QStringLiteral("src/Sniffer/ListActions.cpp"), QString::number(line),
+                                               QStringLiteral("DownloadYouTubeVideoFromSniffedURL"),
+                                               QDir::toNativeSeparators(transfer->path)};
+        appSettings.errorDetails << why.split(QLatin1Char('\n'));
+        showErrorMessage(9, FlagError);
+    });
+    SetDownloadState(index, 1);
+    uiOldSniffer->pbDownloadVideo->setEnabled(false);
+    transfer->start();
+    return path;
+}
+
+void Sniffer::onClickOldSnifferListItem(QListWidgetItem *)
+{
+    onClickOldSnifferListItem();
+}
+
+void Sniffer::onClickOldSnifferListItem()
+{
+    const int index = currentEntry(uiOldSniffer->mediaList, sniffedCount);
+    if (index >= 0)
+        uiOldSniffer->pbPreview->setEnabled(!sniffedEntries[index].isVideoSitePage);
+}
+
+void Sniffer::initClickDownloadOS()
+{
+    const QHash<int, QString> sites = appSettings.tables.value(QStringLiteral("os_urls"));
+    for (const QString &site : sites) {
+        auto *action = new QAction(site, this);
+        action->setStatusTip(site);
+        downloadOSMenu.append(menuItem{site, site, action});
+        connect(action, &QAction::triggered, this, &Sniffer::onClickDownloadOSItem);
+    }
+    connect(this, &Sniffer::customContextMenuRequested, this, &Sniffer::onRightClickDownloadOS);
+}
+
+void Sniffer::onRightClickDownloadOS(QPoint pos)
+{
+    QPushButton *button = uiNavigation->btnDownloaderOS;
+    if (!button->isVisible())
+        return;
+    const QPoint origin = button->mapTo(this, QPoint(0, 0));
+    const QRect area(origin, button->size());
+    if (!area.contains(pos))
+        return;
+    auto *menu = new QMenu(this);
+    menu->setAttribute(Qt::WA_DeleteOnClose);
+    for (const menuItem &item : qAsConst(downloadOSMenu))
+        menu->addAction(item.menuAction);
+    menu->popup(button->mapToGlobal(pos - origin));
+}
+
+void Sniffer::onClickDownloadOSItem()
+{
+    for (const menuItem &item : qAsConst(downloadOSMenu)) {
+        if (item.menuAction == sender()) {
+            QDesktopServices::openUrl(QUrl(QStringLiteral("http://") + item.caption));
+            break;
+        }
+    }
+    uiNavigation->btnDownloaderOS->click();
+}

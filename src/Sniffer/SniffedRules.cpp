@@ -1,0 +1,91 @@
+#include "Sniffer/SniffedRules.h"
+
+#include <QHash>
+#include <QRegularExpression>
+
+namespace SniffedRules {
+
+const char *const videoSiteHost = "youtube.com";
+
+bool isVideoSitePage(const QString &url)
+{
+    return url.indexOf(QLatin1String(videoSiteHost)) > 0;
+}
+
+qint64 sizeBytes(const QString &text)
+{
+    bool ok = false;
+    const qint64 size = text.toLongLong(&ok, 10);
+    return ok ? size : 0;
+}
+
+QString cleanType(const QString &type)
+{
+    QString clean = type;
+    clean.remove(QStringLiteral("x-"));
+    const int lineBreak = clean.indexOf(QStringLiteral("\r\n"));
+    if (lineBreak > 0)
+        clean.truncate(lineBreak);
+    return clean;
+}
+
+QString sizeText(qint64 bytes)
+{
+    return QString::asprintf("%.2f MB", double(bytes) * 9.5367431640625e-07);
+}
+
+QString rowText(const QString &first, const QString &second, const QString &third)
+{
+    return first.leftJustified(22, QLatin1Char(' ')) + second.leftJustified(14, QLatin1Char(' ')) + third;
+}
+
+QString extensionForType(const QString &type)
+{
+    static const QHash<QString, QString> known{
+        {QStringLiteral("mpeg"), QStringLiteral("mpg")},      {QStringLiteral("quicktime"), QStringLiteral("mov")},
+        {QStringLiteral("3gpp"), QStringLiteral("3gp")},      {QStringLiteral("msvideo"), QStringLiteral("avi")},
+        {QStringLiteral("matroska"), QStringLiteral("mkv")},  {QStringLiteral("ms-wmv"), QStringLiteral("wmv")},
+        {QStringLiteral("ms-asf"), QStringLiteral("asf")},    {QStringLiteral("wave"), QStringLiteral("wav")},
+        {QStringLiteral("ms-wma"), QStringLiteral("wma")},    {QStringLiteral("aiff"), QStringLiteral("aiff")},
+        {QStringLiteral("vnd.wave"), QStringLiteral("wav")},  {QStringLiteral("mp4a-latm"), QStringLiteral("m4a")},
+    };
+    const QString main = type.section(QLatin1Char('/'), 0, 0).trimmed().toLower();
+    QString sub = type.section(QLatin1Char('/'), 1).section(QLatin1Char(';'), 0, 0).trimmed().toLower();
+    sub.remove(QRegularExpression(QStringLiteral("[^a-z0-9.+-]")));
+    if (main == QLatin1String("audio")) {
+        if (sub == QLatin1String("mpeg") || sub == QLatin1String("mp3"))
+            return QStringLiteral("mp3");
+        if (sub == QLatin1String("mp4") || sub == QLatin1String("aac"))
+            return QStringLiteral("m4a");
+    }
+    if (main == QLatin1String("audio") && sub.isEmpty())
+        return QStringLiteral("mp3");
+    if (sub.isEmpty() || (main != QLatin1String("audio") && main != QLatin1String("video")))
+        return QStringLiteral("mp4");
+    return known.value(sub, sub);
+}
+
+QString transferAddress(const QString &url)
+{
+    return url.trimmed().remove(QStringLiteral("http://"));
+}
+
+QString versionFromUpdateOutput(const QString &output)
+{
+    QString version = output;
+    version.remove(QRegularExpression(QStringLiteral("[^\\.0-9+]")));
+    version.remove(QStringLiteral("..."));
+    if (version.endsWith(QLatin1Char('.')))
+        version.chop(2);
+    if (version.size() < 6)
+        version = QStringLiteral("last");
+    return version;
+}
+
+QString upToDateText(const QString &version)
+{
+    const QString shown = version == QLatin1String("last") ? QString() : version + QLatin1Char(' ');
+    return QStringLiteral("Vidorra 2") + QLatin1Char(' ') + shown + QStringLiteral("is up-to-date");
+}
+
+} // namespace SniffedRules

@@ -1,0 +1,48 @@
+#pragma once
+
+#include <QString>
+
+// The rules of the sniffed media list and of the downloader's update notice,
+// kept free of widgets so the slots only wire them to the window.
+namespace SniffedRules {
+
+// Media smaller than this is never listed.
+constexpr qint64 sizeFloor = 100000;
+// Rows the list keeps, and room in the array (one more entry fits for a
+// moment before the oldest goes).
+constexpr int keptEntries = 25;
+constexpr int capacity = 30;
+
+// The video site's main domain: entries whose address holds it are pages of
+// the site, not media, and cannot be previewed.
+extern const char *const videoSiteHost;
+bool isVideoSitePage(const QString &url);
+
+// A reported size in bytes; 0 when the text is not a decimal number.
+qint64 sizeBytes(const QString &text);
+
+// "video/x-flv\r\n..." becomes "video/flv": every "x-" goes, and the text
+// stops at a line break after its first character.
+QString cleanType(const QString &type);
+
+// The row of an entry: "7. 12:00:01" in 22 columns, the type in 14, then
+// the size in MB with two decimals ("1.00 MB").
+QString sizeText(qint64 bytes);
+QString rowText(const QString &first, const QString &second, const QString &third);
+
+// The extension a media type is saved under ("video/mp4" gives "mp4",
+// "audio/mpeg" "mp3"); the type's own sub-type when it is not a known one.
+QString extensionForType(const QString &type);
+
+// The address handed to the downloader: trimmed, every "http://" removed.
+QString transferAddress(const QString &url);
+
+// The downloader's version from what its update printed: digits, dots and
+// "+" only, no "...", a final dot cut with the character before it, and
+// "last" when fewer than 6 characters remain.
+QString versionFromUpdateOutput(const QString &output);
+
+// "Vidorra 2 2015.11.13 is up-to-date", or "Vidorra 2 is up-to-date" for "last".
+QString upToDateText(const QString &version);
+
+} // namespace SniffedRules

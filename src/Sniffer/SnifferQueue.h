@@ -1,0 +1,38 @@
+#pragma once
+
+#include <QMutex>
+#include <QQueue>
+
+#include <string>
+
+// One media address reported from outside, as it was reported: the address
+// with its "http://" prefix, the page it came from, its size in bytes as
+// decimal text and its media type.
+struct UrlData
+{
+    std::string url;
+    std::string source;
+    std::string size;
+    std::string type;
+};
+
+// The reports waiting for the window, first in first out. Reports may come
+// from any thread; the window takes them one at a time on its own.
+struct UrlQueue
+{
+    QMutex lock;
+    QQueue<UrlData> records;
+    int dropped = 0;
+};
+extern UrlQueue g_urlData;
+
+// Beyond this many waiting reports, new ones are dropped (and logged).
+constexpr int urlQueueLimit = 5000;
+
+// Entry point for whatever notices media: queues the report and does
+// nothing else (no widget is touched, so any thread may call it). The
+// address comes without its scheme; "http://" is put in front.
+void VideoSnifferCallback(std::string address, std::string source, std::string size, std::string type);
+
+// Takes the oldest waiting report; false when there is none.
+bool takeUrlData(UrlData *record);
