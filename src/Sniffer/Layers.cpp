@@ -178,6 +178,11 @@ void Sniffer::showLayer(Sniffer::appLayer layer)
     if (ui->widgetProgress->isHidden() && progressTimer->isActive())
         progressTimer->stop();
 
+    // A hidden field keeps the keyboard focus unless it is moved on: Return
+    // on the progress page would start the address check once more.
+    if (QWidget *focused = focusWidget(); focused && !focused->isVisible())
+        focusNextChild();
+
     if (layer == LayerOptions) {
         if (QScreen *screen = QGuiApplication::primaryScreen())
             setGeometry(QStyle::alignedRect(Qt::LeftToRight, Qt::AlignCenter, size(), screen->availableGeometry()));
