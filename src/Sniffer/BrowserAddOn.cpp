@@ -1,4 +1,73 @@
-#include "Sniffer/Sniffer.h"
+#include <QCoreApplication>
+#include <QDebug>
+#include <QDir>
+#include <QFileInfo>
+#include <QMessageBox>
 
-// Connecting the browser add-on joins the window with the feed.
-void Sniffer::connectBrowserAddOn() {}
+#include "Feed/HostManifests.h"
+#include "Feed/SniffServer.h"
+#include "Sniffer/SnifferQueue.h"
+#include "Sniffer/Sniffer.h"
+#include "Sniffer/WindowRules.h"
+
+namespace {
+// The add-on's folder: beside the program in a build, in the shared data
+// of an installation.
+QString addOnFolder()
+{
+    const QString app = QCoreApplication::applicationDirPath();
+    for (const QString &candidate : {app + QStringLiteral("/extension"),
+                                     app + QStringLiteral("/../../share/vidorra2/extension"),
+                                     app + QStringLiteral("/../Resources/extension")})
+        if (QFileInfo::exists(candidate + QStringLiteral("/manifest.json")))
+            return QDir::toNativeSeparators(QDir::cleanPath(candidate));
+    return QDir::toNativeSeparators(app + QStringLiteral("/extension"));
+}
+} // namespace
+
+void Sniffer::initSniffedFeed()
+{
+    sniffServer = new SniffServer(this);
+    connect(sniffServer, &SniffServer::reportReceived, this,
+            [this](const QString &address, const QString &source, const QString &size, const QString &type) {
+                VideoSnifferCallback(address.toStdString(), source.toStdString(), size.toStdString(),
+                                     type.toStdString());
+                wakeUrlQueue();
+            });
+    // The add-on started the program for a video: the list comes first,
+    // unless the window is busy with something else.
+    connect(sniffServer, &SniffServer::showListRequested, this, [this] {
+        const appLayer current = layerHistory.isEmpty() ? LayerMain : layerHistory.last();
+        if (current == LayerMain || current == LayerUpdate)
+            runOldSniffer();
+        raise();
+        activateWindow();
+    });
+    if (!sniffServer->listen())
+        qWarning() << "src/Sniffer/BrowserAddOn" << __LINE__ << "initSniffedFeed"
+                   << ":"
+                   << "no reports from the browser"
+                   << ":" << sniffServer->errorString();
+}
+
+void Sniffer::connectBrowserAddOn()
+{
+    QString error;
+    const QStringList written = Feed::installHostManifests(Feed::hostExecutable(), &error);
+    qDebug() << "src/Sniffer/BrowserAddOn" << __LINE__ << "connectBrowserAddOn"
+             << ":"
+             << "host manifests" << written << error;
+    if (!error.isEmpty()) {
+        appSettings.errorDetails = QStringList{QStringLiteral("src/Sniffer/BrowserAddOn"), QString::number(__LINE__),
+                                               QStringLiteral("connectBrowserAddOn"), error};
+        appSettings.errorDetails << written;
+        showErrorMessage(10, FlagError);
+        return;
+    }
+    const WindowRules::MessageRow row = WindowRules::splitMessageRow(tableText(QStringLiteral("warning_messages"), 3));
+    const QString title = tableText(QStringLiteral("error_titles"), row.titleNumber);
+    const QString folder = addOnFolder().toHtmlEscaped();
+    QMessageBox::information(this, title.isEmpty() ? QStringLiteral("Browser add-on") : title,
+                             row.text.contains(QLatin1String("%1")) ? row.text.arg(folder)
+                                                                    : row.text + QStringLiteral("<br><br>") + folder);
+}

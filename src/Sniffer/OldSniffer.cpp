@@ -29,6 +29,7 @@ void Sniffer::initSniffedList()
     urlQueueTimer->start(queueIdleInterval);
     // The test notice's help-desk link opens the address of the settings.
     connect(uiOldSniffer->label_2, &QLabel::linkActivated, this, &Sniffer::showHelpDesk);
+    initSniffedFeed();
 }
 
 void Sniffer::checkUrlQueue()

@@ -20,6 +20,7 @@ class QTimer;
 class QWidget;
 class AVFoundation;
 class SniffedDownload;
+class SniffServer;
 
 class Ui_Sniffer;
 class Ui_InsertURL;
@@ -134,6 +135,7 @@ public:
     void RefreshList();
     QString DownloadYouTubeVideoFromSniffedURL(int index);
     void initSniffedList();
+    void initSniffedFeed();
     // Reports are waiting: look at the queue soon.
     void wakeUrlQueue();
 
@@ -255,6 +257,7 @@ public:
     QString sniffedTargetFile;
     qint32 testUrlIndex = 0;
     qint64 lastPreviewPid = 0;
+    SniffServer *sniffServer = nullptr; // reports from the browser add-on and vidorra2-sniff
 
     // Recorder
     AVFoundation *avFoundation = nullptr;

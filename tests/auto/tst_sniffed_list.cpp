@@ -238,6 +238,24 @@ private slots:
         QVERIFY(boxText.contains("<b>error #8:9</b>"));
     }
 
+    void reportsFromTheShellAndTheBrowserAddOn()
+    {
+        QTest::mouseClick(sniffer->uiNavigation->btnSniffer, Qt::LeftButton);
+        QProcess sniff;
+        sniff.start(toolFolder() + "/vidorra2-sniff", {"https://cdn.example/v.mp4", "300000", "video/mp4"});
+        QVERIFY(waitFor([&] { return sniff.state() == QProcess::NotRunning; }) && sniff.exitCode() == 0);
+        QVERIFY(waitFor([&] { return list()->count() == 1; }));
+        QCOMPARE(sniffer->sniffedEntries[0].url, QString("http://cdn.example/v.mp4"));
+
+        closeNextMessage(&boxTitle, &boxText);
+        sniffer->connectBrowserAddOn();
+        QCOMPARE(boxTitle, QString("Browser add-on"));
+        QFile manifest(QDir::homePath() + "/.config/chromium/NativeMessagingHosts/org.vidorra2.sniffer.json");
+        QVERIFY(manifest.open(QIODevice::ReadOnly));
+        QCOMPARE(QJsonDocument::fromJson(manifest.readAll())["path"].toString(),
+                 QFileInfo(toolFolder() + "/vidorra2-sniffer-host").absoluteFilePath());
+    }
+
     void addressMenuOfOtherSites()
     {
         QPushButton *button = sniffer->uiNavigation->btnDownloaderOS;
