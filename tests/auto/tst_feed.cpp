@@ -1,15 +1,14 @@
-// The feed: the rules for one message, the program's socket, the native
-// messaging host fed as a browser feeds it, vidorra2-sniff, and the host
-// starting the program when nobody listens.
+// The feed: the rules for one message, the lines of the program's socket,
+// the native messaging host fed as a browser feeds it (and starting the
+// program when nobody listens), and vidorra2-sniff.
+#include "Feed/LineReader.h"
 #include "Feed/Report.h"
 #include "Feed/SniffServer.h"
 #include "Feed/SocketPath.h"
 #include "Platform/Platform.h"
 #include "TestSupport.h"
 
-#include <QLocalSocket>
 #include <QRandomGenerator>
-#include <QSignalSpy>
 
 #include <memory>
 
@@ -21,39 +20,42 @@ QByteArray frame(const QByteArray &json)
     return QByteArray(reinterpret_cast<const char *>(&length), sizeof length) + json;
 }
 
+// A size between # marks goes as a JSON number, else as text.
 QByteArray report(const QString &url, const QString &size = QStringLiteral("123456"))
 {
     const char *json = "{\"url\":\"%1\",\"size\":\"%2\",\"type\":\"video/webm\",\"source\":\"http://page.example/\"}";
-    return QString::fromLatin1(json).arg(url, size).toUtf8();
+    return QString::fromLatin1(json).arg(url, size).toUtf8().replace("\"#", "").replace("#\"", "");
 }
 
-QStringList addresses(const QSignalSpy &spy)
+// Notes each report the server passes on as "address source size type".
+void collect(SniffServer &server, QStringList *reports)
 {
-    QStringList list;
-    for (const QList<QVariant> &signal : spy)
-        list << signal.at(0).toString();
-    return list;
+    QObject::connect(
+        &server, &SniffServer::reportReceived,
+        [reports](const QString &address, const QString &source, const QString &size, const QString &type) {
+            *reports << QStringList{address, source, size, type}.join(QLatin1Char(' '));
+        });
 }
 
-bool finished(QProcess &process, int timeoutMs = 60000)
+// What report() sent, as collect() notes it.
+QString received(const QString &address)
 {
-    return waitFor([&] { return process.state() == QProcess::NotRunning; }, timeoutMs) &&
-           process.exitStatus() == QProcess::NormalExit;
+    return address + QStringLiteral(" http://page.example/ 123456 video/webm");
 }
 
-// This program started under the name "vidorra2" stands in for the program
-// that the host starts: it listens as the program does and notes in its data
-// folder what arrives, then quits soon after the first report.
+// This program run as "vidorra2" stands in for the program the host starts:
+// it listens as the program does, notes what arrives in its data folder and
+// quits soon after the first report.
 int standIn(int argc, char **argv)
 {
     QCoreApplication app(argc, argv);
     SniffServer server;
     QFile notes(Platform::programDataFolder() + QStringLiteral("/stand-in.txt"));
-    if (!server.listen() || !notes.open(QIODevice::Append))
+    if (!server.listen() || !notes.open(QIODevice::Append | QIODevice::Unbuffered))
         return 1;
-    QObject::connect(&server, &SniffServer::showListRequested, [&] { notes.write("showSniffed\n"), notes.flush(); });
+    QObject::connect(&server, &SniffServer::showListRequested, [&] { notes.write("showSniffed\n"); });
     QObject::connect(&server, &SniffServer::reportReceived, [&](const QString &address) {
-        notes.write(address.toUtf8() + '\n'), notes.flush();
+        notes.write(address.toUtf8() + '\n');
         QTimer::singleShot(1000, &app, &QCoreApplication::quit);
     });
     QTimer::singleShot(60000, &app, &QCoreApplication::quit);
@@ -67,218 +69,128 @@ class TestFeed : public QObject
     Q_OBJECT
 
 private slots:
-    void initTestCase();
     void rules_data();
     void rules();
-    void serverLines();
-    void hostFrames();
-    void hostReconnects();
-    void hostStartsProgram();
+    void lines();
+    void host();
     void sniff_data();
     void sniff();
-
-private:
-    // A copy of the host in a folder of its own: the program it would start
-    // is whatever a test puts beside it.
-    QString hostIn(const QTemporaryDir &folder)
-    {
-        const QString host = folder.filePath(QStringLiteral("vidorra2-sniffer-host"));
-        QFile::copy(toolFolder() + QStringLiteral("/vidorra2-sniffer-host"), host);
-        return host;
-    }
-    QTemporaryDir alone;
-    QString host;
 };
-
-void TestFeed::initTestCase()
-{
-    host = hostIn(alone);
-    QVERIFY(QFileInfo(host).isExecutable());
-}
 
 void TestFeed::rules_data()
 {
     QTest::addColumn<QByteArray>("json");
-    QTest::addColumn<QString>("address"); // empty: dropped
-    QTest::addColumn<QString>("size");
-    const auto row = [](const char *tag, const QString &url, const QString &size, const QString &address,
-                        const QString &stored = QString()) {
-        QTest::newRow(tag) << report(url, size).replace("\"#", "").replace("#\"", "") << address << stored;
+    QTest::addColumn<QString>("stored"); // address and size; empty: dropped
+    const auto row = [](const char *tag, const char *url, const char *size, const char *stored) {
+        QTest::newRow(tag) << report(QLatin1String(url), QLatin1String(size)) << QString::fromLatin1(stored);
     };
-    row("http", "http://a.example/v.mp4", "100000", "a.example/v.mp4", "100000");
-    row("https, any case", "HTTPS://a.example/v.mp4?x=1", "7", "a.example/v.mp4?x=1", "7");
-    row("no scheme", "a.example:8080/v.webm", "0", "a.example:8080/v.webm", "0");
-    row("size as number", "a.example/v", "#123456#", "a.example/v", "123456");
-    row("size with leading zeros", "a.example/v", "000123", "a.example/v", "123");
-    row("size of 18 digits", "a.example/v", "123456789012345678", "a.example/v", "123456789012345678");
+    row("http", "http://a.example/v.mp4", "100000", "a.example/v.mp4 100000");
+    row("https, any case", "HTTPS://a.example/v?x=1", "7", "a.example/v?x=1 7");
+    row("no scheme", "a.example:8080/v.webm", "0", "a.example:8080/v.webm 0");
+    row("size as number", "a.example/v", "#123456#", "a.example/v 123456");
+    row("size with leading zeros", "a.example/v", "000123", "a.example/v 123");
     row("size of 19 digits", "a.example/v", "1234567890123456789", "");
     row("negative size", "a.example/v", "#-5#", "");
     row("fractional size", "a.example/v", "#1.5#", "");
-    row("fractional size text", "a.example/v", "1.5", "");
     row("huge size", "a.example/v", "#1e300#", "");
     row("size in words", "a.example/v", "12 MB", "");
-    row("size not a number", "a.example/v", "#true#", "");
     row("ftp", "ftp://a.example/v.mp4", "1", "");
     row("blob", "blob:https://a.example/1", "1", "");
     row("no host", "/v.mp4", "1", "");
-    row("empty address", "", "1", "");
-    QTest::newRow("no size") << QByteArray("{\"url\":\"a.example/v\"}") << ""
-                             << "";
-    QTest::newRow("no address") << QByteArray("{\"size\":1}") << ""
-                                << "";
-    QTest::newRow("not JSON") << QByteArray("{\"url\":\"a.example/v\",\"size\":1") << ""
-                              << "";
-    QTest::newRow("not an object") << QByteArray("[1]") << ""
-                                   << "";
-    QTest::newRow("command from the browser") << QByteArray("{\"command\":\"showSniffed\"}") << ""
-                                              << "";
+    QTest::newRow("no size") << QByteArray("{\"url\":\"a.example/v\"}") << "";
+    QTest::newRow("not JSON") << QByteArray("{\"url\":\"a.example/v\",\"size\":1") << "";
+    QTest::newRow("command from the browser") << QByteArray("{\"command\":\"showSniffed\"}") << "";
 }
 
 void TestFeed::rules()
 {
     QFETCH(QByteArray, json);
-    QFETCH(QString, address);
-    QFETCH(QString, size);
+    QFETCH(QString, stored);
     const Feed::Message message = Feed::readMessage(json, false);
-    QCOMPARE(message.kind == Feed::Message::MediaReport, !address.isEmpty());
-    QCOMPARE(message.report.address, address);
-    if (!address.isEmpty())
-        QCOMPARE(message.report.size, size);
-    else
-        QVERIFY(!message.reason.isEmpty());
+    QCOMPARE(message.kind == Feed::Message::MediaReport ? message.report.address + ' ' + message.report.size : "",
+             stored);
+    QCOMPARE(message.reason.isEmpty(), !stored.isEmpty());
 }
 
-void TestFeed::serverLines()
+void TestFeed::lines()
 {
-    QFile stale(Feed::socketPath()); // as left by a crashed run
-    QVERIFY(QDir().mkpath(QFileInfo(stale).path()) && stale.open(QIODevice::WriteOnly));
-    SniffServer server;
-    QVERIFY2(server.listen(), qPrintable(server.errorString()));
-    SniffServer second;
-    QVERIFY(!second.listen());
-    QSignalSpy reports(&server, &SniffServer::reportReceived);
-    QSignalSpy shows(&server, &SniffServer::showListRequested);
-
-    QLocalSocket socket;
-    socket.connectToServer(Feed::socketPath());
-    QVERIFY(socket.waitForConnected(5000));
-    socket.write(QByteArray(70 * 1024, 'x') + report("x.example/in-the-long-line") + "\n" + report("a.example/1") +
-                 "\n{\"command\":\"showSniffed\"}\nnot json\n" + report("ftp://a.example/2") + "\n" +
-                 report("a.example/3").left(20));
-    socket.flush();
-    QTest::qWait(200);
-    socket.write(report("a.example/3").mid(20) + "\n");
-    QVERIFY(waitFor([&] { return reports.size() == 2 && shows.size() == 1; }));
-    QCOMPARE(addresses(reports), QStringList({"a.example/1", "a.example/3"}));
-    QCOMPARE(reports.first(), QVariantList({"a.example/1", "http://page.example/", "123456", "video/webm"}));
+    Feed::LineReader reader; // a line over 64 KiB goes, up to its end
+    QCOMPARE(reader.add(QByteArray(70 * 1024, 'x') + "\n{a}\n" + QByteArray(70 * 1024, 'y') + "z\n{b"),
+             QList<QByteArray>({"{a}"}));
+    QCOMPARE(reader.add("c}\n"), QList<QByteArray>({"{bc}"}));
+    QCOMPARE(Feed::readMessage(Feed::showListLine(), true).kind, Feed::Message::ShowList);
 }
 
-void TestFeed::hostFrames()
+void TestFeed::host()
 {
-    SniffServer server;
-    QVERIFY(server.listen());
-    QSignalSpy reports(&server, &SniffServer::reportReceived);
+    // The host beside a stand-in for the program: this program as "vidorra2".
+    QTemporaryDir folder;
+    const QString host = folder.filePath(QStringLiteral("vidorra2-sniffer-host"));
+    QVERIFY(QFile::copy(toolFolder() + QStringLiteral("/vidorra2-sniffer-host"), host));
+    QVERIFY(QFile::link(QCoreApplication::applicationFilePath(), folder.filePath(QStringLiteral("vidorra2"))));
+    QVERIFY(QDir().mkpath(QFileInfo(Feed::socketPath()).path())); // a socket file left by a crashed run:
+    QVERIFY(QFile(Feed::socketPath()).open(QIODevice::WriteOnly));
+    auto server = std::make_unique<SniffServer>();
+    QVERIFY2(server->listen(), qPrintable(server->errorString()));
+    QVERIFY(!SniffServer().listen()); // the socket of a running instance is never taken
+    QStringList reports, expected{received("first.example/v"), received("last.example/v")};
+    collect(*server, &reports);
 
-    QByteArray input = frame(report("http://first.example/v.webm")) + frame(QByteArray(70 * 1024, 'x')) +
+    QByteArray input = frame(report("http://first.example/v")) + frame(QByteArray(70 * 1024, 'x')) +
                        frame("{not json") + frame(report("a.example/v", "12 MB")) + frame(report("ftp://a.example/v"));
-    QStringList expected{"first.example/v.webm"};
     QRandomGenerator random(20240601);
     for (int i = 0; i < 1000; ++i) {
-        if (i % 100 == 0) {
-            expected << QStringLiteral("good%1.example/v").arg(i);
-            input += frame(report(expected.last()));
-        }
         QByteArray junk(i % 10 == 0 ? 65537 + random.bounded(20000) : random.bounded(3000), Qt::Uninitialized);
         for (char &byte : junk)
             byte = char(random.bounded(256));
         input += frame(junk);
     }
-    expected << "last.example/v";
-    input += frame(report("https://last.example/v")) + frame(report("cut.example/v")).left(30);
-
     QProcess process;
     process.start(host, QStringList());
-    process.write(input);
+    process.write(input + frame(report("https://last.example/v")));
+    QVERIFY(waitFor([&] { return reports.size() == 2; }, 120000));
+    QCOMPARE(reports, expected);
+
+    server.reset(); // the program quits: the next report starts it again
+    process.write(frame(report("again.example/v")) + frame(report("cut.example/v")).left(30));
     process.closeWriteChannel();
-    QVERIFY(finished(process, 120000));
+    QVERIFY(waitFor([&] { return process.state() == QProcess::NotRunning; }, 60000));
+    QCOMPARE(process.exitStatus(), QProcess::NormalExit);
     QCOMPARE(process.exitCode(), 0);
-    QVERIFY(process.readAllStandardOutput().isEmpty()); // the browser would read it as a message
-    QVERIFY(waitFor([&] { return reports.size() == expected.size(); }));
-    QCOMPARE(addresses(reports), expected);
-    QCOMPARE(reports.first(), QVariantList({"first.example/v.webm", "http://page.example/", "123456", "video/webm"}));
-}
-
-void TestFeed::hostReconnects()
-{
-    auto server = std::make_unique<SniffServer>();
-    QVERIFY(server->listen());
-    auto reports = std::make_unique<QSignalSpy>(server.get(), &SniffServer::reportReceived);
-    QProcess process;
-    process.start(host, QStringList());
-    process.write(frame(report("one.example/v")));
-    QVERIFY(waitFor([&] { return reports->size() == 1; }));
-
-    server.reset(); // the program quits; nothing to start beside this host
-    process.write(frame(report("two.example/v")));
-    QTest::qWait(500);
-    server = std::make_unique<SniffServer>();
-    QVERIFY(server->listen());
-    reports = std::make_unique<QSignalSpy>(server.get(), &SniffServer::reportReceived);
-    process.write(frame(report("three.example/v")));
-    QVERIFY(waitFor([&] { return reports->size() == 2; }));
-    QCOMPARE(addresses(*reports), QStringList({"two.example/v", "three.example/v"}));
-    process.closeWriteChannel();
-    QVERIFY(finished(process));
-    QCOMPARE(process.exitCode(), 0);
-}
-
-void TestFeed::hostStartsProgram()
-{
-    QTemporaryDir folder;
-    const QString hostBesideProgram = hostIn(folder);
-    QVERIFY(QFile::link(QCoreApplication::applicationFilePath(), folder.filePath(QStringLiteral("vidorra2"))));
-    QProcess process;
-    process.start(hostBesideProgram, QStringList());
-    process.write(frame(report("started.example/v")));
-    process.closeWriteChannel();
-    QVERIFY(finished(process));
-    QCOMPARE(process.exitCode(), 0);
-
+    QVERIFY(process.readAllStandardOutput().isEmpty()); // the browser would take it for a message
     QFile notes(Platform::programDataFolder() + QStringLiteral("/stand-in.txt"));
     QVERIFY(waitFor([&] { return notes.open(QIODevice::ReadOnly) && notes.readAll().count('\n') == 2; }));
-    notes.seek(0);
-    QCOMPARE(notes.readAll(), QByteArray("showSniffed\nstarted.example/v\n"));
-    QVERIFY(waitFor([] { return !QFile::exists(Feed::socketPath()); })); // the stand-in is gone
+    QVERIFY(notes.seek(0));
+    QCOMPARE(notes.readAll(), QByteArray("showSniffed\nagain.example/v\n"));
+    QVERIFY(waitFor([] { return !QFile::exists(Feed::socketPath()); })); // the stand-in has quit
 }
 
 void TestFeed::sniff_data()
 {
     QTest::addColumn<QStringList>("arguments");
-    QTest::addColumn<bool>("listening");
-    QTest::addColumn<int>("status");
-    QTest::newRow("delivered") << QStringList{"a.example/v.webm", "200000", "video/webm"} << true << 0;
-    QTest::newRow("with its page") << QStringList{"https://a.example/v", "1", "audio/ogg", "https://a.example/"} << true
-                                   << 0;
-    QTest::newRow("ftp refused") << QStringList{"ftp://a.example/v", "200000", "video/webm"} << true << 1;
-    QTest::newRow("size refused") << QStringList{"a.example/v", "12MB", "video/webm"} << true << 1;
-    QTest::newRow("arguments missing") << QStringList{"a.example/v"} << true << 2;
-    QTest::newRow("nobody listening") << QStringList{"a.example/v", "200000", "video/webm"} << false << 3;
+    QTest::addColumn<int>("status"); // 3: nobody listens
+    const QStringList good{"https://a.example/v", "123456", "video/webm", "http://page.example/"};
+    QTest::newRow("delivered") << good << 0;
+    QTest::newRow("refused") << QStringList{"ftp://a.example/v", "1", "video/webm"} << 1;
+    QTest::newRow("arguments missing") << QStringList(good.mid(0, 2)) << 2;
+    QTest::newRow("nobody listening") << good << 3;
 }
 
 void TestFeed::sniff()
 {
     QFETCH(QStringList, arguments);
-    QFETCH(bool, listening);
     QFETCH(int, status);
     SniffServer server;
-    QVERIFY(!listening || server.listen());
-    QSignalSpy reports(&server, &SniffServer::reportReceived);
+    QVERIFY(status == 3 || server.listen());
+    QStringList reports;
+    collect(server, &reports);
     QProcess process;
     process.start(toolFolder() + QStringLiteral("/vidorra2-sniff"), arguments);
-    QVERIFY(finished(process));
+    QVERIFY(waitFor([&] { return process.state() == QProcess::NotRunning; }));
     QCOMPARE(process.exitCode(), status);
     QCOMPARE(process.readAllStandardError().count('\n'), status == 0 ? 0 : 1);
-    QVERIFY(waitFor([&] { return reports.size() == (status == 0 ? 1 : 0); }, status == 0 ? 15000 : 300));
+    waitFor([&] { return !reports.isEmpty(); }, status == 0 ? 15000 : 300);
+    QCOMPARE(reports, status == 0 ? QStringList{received("a.example/v")} : QStringList());
 }
 
 int main(int argc, char **argv)
