@@ -1,42 +1,19 @@
 #include "TestSupport.h"
 
-#include <QDate>
-#include <QDialogButtonBox>
-#include <QDir>
-#include <QElapsedTimer>
-#include <QFileDialog>
-#include <QLineEdit>
-#include <QMessageBox>
-#include <QProcess>
-#include <QPointer>
-#include <QPushButton>
-#include <QTimer>
+#include <QtWidgets>
 
 #include <memory>
 
+#include <signal.h>
+
 TestHome::TestHome()
 {
-    const QString home = dir.path();
-    QDir(home).mkpath(QStringLiteral(".local/share"));
-    QDir(home).mkpath(QStringLiteral(".config"));
-    QDir(home).mkpath(QStringLiteral("Documents"));
-    QDir(home).mkpath(QStringLiteral("Desktop"));
-    QDir(home).mkpath(QStringLiteral("Music"));
-    QDir(home).mkpath(QStringLiteral("Videos"));
-    qputenv("HOME", home.toLocal8Bit());
-    qputenv("XDG_DATA_HOME", (home + QStringLiteral("/.local/share")).toLocal8Bit());
-    qputenv("XDG_CONFIG_HOME", (home + QStringLiteral("/.config")).toLocal8Bit());
+    for (const char *folder : {".local/share", ".config", "Documents", "Desktop", "Music", "Videos"})
+        QDir(dir.path()).mkpath(folder);
+    qputenv("HOME", dir.path().toLocal8Bit());
+    qputenv("XDG_DATA_HOME", (dir.path() + "/.local/share").toLocal8Bit());
+    qputenv("XDG_CONFIG_HOME", (dir.path() + "/.config").toLocal8Bit());
     qunsetenv("XDG_DOCUMENTS_DIR");
-}
-
-QString TestHome::dataFolder() const
-{
-    return dir.path() + QStringLiteral("/.local/share/Vidorra 2");
-}
-
-QString TestHome::documentsFolder() const
-{
-    return dir.path() + QStringLiteral("/Documents");
 }
 
 QString toolFolder()
@@ -46,22 +23,23 @@ QString toolFolder()
 
 namespace {
 
-// Closes a modal window the test did not expect, or one whose answer did not
-// close it, failing the running test, so that no test sits in exec() for ever.
-void closeStuckModal(QWidget *modal, const char *why)
+int pendingAnswers = 0;
+
+void fail(const QString &message)
 {
-    const QString message = QStringLiteral("%1: %2 \"%3\"").arg(QLatin1String(why),
-                                                               QLatin1String(modal->metaObject()->className()),
-                                                               modal->windowTitle());
     if (QTest::currentTestFunction())
         QTest::qFail(qPrintable(message), __FILE__, __LINE__);
+}
+
+// Fails the running test and closes the window, so that no test sits in exec() for ever.
+void closeStuckModal(QWidget *modal, const char *why)
+{
+    fail(QString(why) + ": " + modal->metaObject()->className() + " \"" + modal->windowTitle() + "\"");
     if (auto *dialog = qobject_cast<QDialog *>(modal))
         dialog->reject();
     else
         modal->close();
 }
-
-int pendingAnswers = 0;
 
 } // namespace
 
@@ -71,7 +49,6 @@ void answerNextModal(std::function<void(QWidget *)> action, int timeoutMs)
     auto *timer = new QTimer;
     auto clock = std::make_shared<QElapsedTimer>();
     clock->start();
-    timer->setInterval(50);
     QObject::connect(timer, &QTimer::timeout, [timer, clock, action, timeoutMs]() {
         QWidget *modal = QApplication::activeModalWidget();
         if (!modal && clock->elapsed() < timeoutMs)
@@ -79,20 +56,16 @@ void answerNextModal(std::function<void(QWidget *)> action, int timeoutMs)
         timer->stop();
         timer->deleteLater();
         --pendingAnswers;
-        if (!modal) {
-            if (QTest::currentTestFunction())
-                QTest::qFail("no modal window came in time", __FILE__, __LINE__);
-            return;
-        }
+        if (!modal)
+            return fail("no modal window came in time");
         const QPointer<QWidget> answered(modal);
         action(modal);
-        // An answer that did not close the window must not leave the test waiting.
         QTimer::singleShot(5000, [answered] {
             if (answered && answered->isVisible() && answered == QApplication::activeModalWidget())
                 closeStuckModal(answered, "the answer did not close");
         });
     });
-    timer->start();
+    timer->start(50);
 }
 
 void watchModals(int limitMs)
@@ -129,15 +102,14 @@ void closeNextMessage(QString *title, QString *text, int timeoutMs)
 {
     title->clear();
     text->clear();
-    answerNextModal(
-        [title, text](QWidget *modal) {
-            if (auto *box = qobject_cast<QMessageBox *>(modal)) {
-                *title = box->windowTitle();
-                *text = box->text();
-            }
-            modal->close();
-        },
-        timeoutMs);
+    auto answer = [title, text](QWidget *modal) {
+        if (auto *box = qobject_cast<QMessageBox *>(modal)) {
+            *title = box->windowTitle();
+            *text = box->text();
+        }
+        modal->close();
+    };
+    answerNextModal(answer, timeoutMs);
 }
 
 void answerSaveDialog(const QString &name, const QString &filter, std::function<void()> afterSave)
@@ -148,10 +120,9 @@ void answerSaveDialog(const QString &name, const QString &filter, std::function<
             return closeStuckModal(modal, "a save dialog was expected, not");
         if (!filter.isEmpty())
             dialog->selectNameFilter(filter);
-        // The name field needs the focus: without it the dialog completes a
-        // partial name from the folder's files into the field.
+        // Without the focus the dialog completes a partial name from the folder's files.
         QApplication::setActiveWindow(dialog);
-        auto *edit = dialog->findChild<QLineEdit *>(QStringLiteral("fileNameEdit"));
+        auto *edit = dialog->findChild<QLineEdit *>("fileNameEdit");
         edit->setFocus();
         edit->setText(name);
         QPushButton *save = dialog->findChild<QDialogButtonBox *>()->button(QDialogButtonBox::Save);
@@ -165,52 +136,64 @@ void answerSaveDialog(const QString &name, const QString &filter, std::function<
 
 bool writeSettings(const QString &dataFolder, const QString &body)
 {
-    QFile ini(dataFolder + QStringLiteral("/sniffer.ini"));
-    if (!QDir().mkpath(dataFolder) || !ini.open(QIODevice::WriteOnly | QIODevice::Text))
-        return false;
-    const QString text = QStringLiteral("[General]\nlast_update=%1\n").arg(QDate::currentDate().dayOfYear()) + body;
-    return ini.write(text.toUtf8()) == text.toUtf8().size();
+    QFile ini(dataFolder + "/sniffer.ini");
+    const QByteArray text =
+        (QString("[General]\nlast_update=%1\n").arg(QDate::currentDate().dayOfYear()) + body).toUtf8();
+    return QDir().mkpath(dataFolder) && ini.open(QIODevice::WriteOnly | QIODevice::Text) &&
+           ini.write(text) == text.size();
 }
 
 QString startMediaServer(QProcess &server, const QString &folder, const QStringList &extra)
 {
-    server.start(QStringLiteral("/usr/bin/python3"),
-                 QStringList{QStringLiteral(VIDORRA_FIXTURES_DIR "/media_server.py"), folder, QStringLiteral("0")} +
-                     extra);
+    server.start("/usr/bin/python3", QStringList{VIDORRA_FIXTURES_DIR "/media_server.py", folder, "0"} + extra);
     if (!server.waitForStarted(10000) || !server.waitForReadyRead(10000))
         return QString();
     const QString first = QString::fromLatin1(server.readLine()).trimmed();
-    return first.startsWith(QLatin1String("PORT ")) ? QStringLiteral("http://127.0.0.1:") + first.mid(5) : QString();
+    return first.startsWith("PORT ") ? "http://127.0.0.1:" + first.mid(5) : QString();
 }
 
 QString streams(const QString &file)
 {
     QProcess probe;
-    probe.start(QStringLiteral("ffprobe"), {QStringLiteral("-v"), QStringLiteral("error"), QStringLiteral("-show_entries"),
-                                            QStringLiteral("stream=codec_name,codec_type"), QStringLiteral("-of"),
-                                            QStringLiteral("csv=p=0"), file});
+    probe.start("ffprobe", {"-v", "error", "-show_entries", "stream=codec_name,codec_type", "-of", "csv=p=0", file});
     probe.waitForFinished(30000);
-    QStringList found;
-    for (const QString &line : QString::fromUtf8(probe.readAllStandardOutput()).split('\n', Qt::SkipEmptyParts))
-        found << line.trimmed().replace(QLatin1Char(','), QLatin1Char('='));
-    return found.join(QLatin1Char(' '));
+    return QString::fromUtf8(probe.readAllStandardOutput()).simplified().replace(',', '=');
+}
+
+QString useScenario(const QString &path, const QString &text)
+{
+    QFile file(path);
+    if (file.open(QIODevice::WriteOnly))
+        file.write(text.toUtf8());
+    qputenv("VIDORRA_FAKE_SCRIPT", QFile::encodeName(path));
+    return path + ".log";
+}
+
+QList<QStringList> fakeCalls(const QString &log, const QString &kind)
+{
+    QList<QStringList> found;
+    QFile file(log);
+    file.open(QIODevice::ReadOnly);
+    for (const QByteArray &line : file.readAll().split('\n'))
+        if (line.startsWith(kind.toUtf8() + '\t'))
+            found << QJsonDocument::fromJson(line.mid(kind.size() + 1)).toVariant().toStringList();
+    return found;
+}
+
+bool alive(qint64 pid)
+{
+    return ::kill(pid_t(pid), 0) == 0;
 }
 
 bool makeClip(const QString &path, double seconds, bool withVideo)
 {
-    QStringList args{QStringLiteral("-hide_banner"), QStringLiteral("-loglevel"), QStringLiteral("error"),
-                     QStringLiteral("-y")};
-    const QString duration = QString::number(seconds);
-    if (withVideo)
-        args << QStringLiteral("-f") << QStringLiteral("lavfi") << QStringLiteral("-i")
-             << QStringLiteral("testsrc=size=160x120:rate=15:duration=") + duration;
-    args << QStringLiteral("-f") << QStringLiteral("lavfi") << QStringLiteral("-i")
-         << QStringLiteral("sine=frequency=440:duration=") + duration;
-    if (withVideo)
-        args << QStringLiteral("-c:v") << QStringLiteral("libx264") << QStringLiteral("-pix_fmt")
-             << QStringLiteral("yuv420p");
-    args << QStringLiteral("-c:a") << QStringLiteral("aac") << QStringLiteral("-shortest") << path;
+    const QString time = ":duration=" + QString::number(seconds);
+    const QStringList video{"-f", "lavfi", "-i", "testsrc=size=160x120:rate=15" + time};
+    const QStringList videoCodec{"-c:v", "libx264", "-pix_fmt", "yuv420p"};
     QProcess ffmpeg;
-    ffmpeg.start(QStringLiteral("ffmpeg"), args);
+    ffmpeg.start("ffmpeg",
+                 QStringList{"-hide_banner", "-loglevel", "error", "-y"} + (withVideo ? video : QStringList()) +
+                     QStringList{"-f", "lavfi", "-i", "sine=frequency=440" + time} +
+                     (withVideo ? videoCodec : QStringList()) + QStringList{"-c:a", "aac", "-shortest", path});
     return ffmpeg.waitForFinished(60000) && ffmpeg.exitStatus() == QProcess::NormalExit && ffmpeg.exitCode() == 0;
 }

@@ -1,78 +1,57 @@
 #pragma once
 
 #include <QApplication>
-#include <QString>
-#include <QTemporaryDir>
 #include <QtTest>
 
 #include <functional>
 
 class QProcess;
 
-// A private home for one test program: HOME and the XDG folders point into
-// a temporary folder, so the program's data folder, settings and documents
-// never touch the real user's.
-class TestHome
+// A private home (HOME, XDG folders) so the program never touches the user's files.
+struct TestHome
 {
-public:
     TestHome();
-    QString path() const { return dir.path(); }
-    // The program's data folder inside this home ("Vidorra 2").
-    QString dataFolder() const;
-    QString documentsFolder() const;
-
-private:
     QTemporaryDir dir;
 };
 
-// The folder that holds the test executable and the tools beside it.
+// The folder of the test executable and the tools beside it.
 QString toolFolder();
-
-// Runs `action` on the next modal widget that appears (message box, file
-// dialog), within `timeoutMs`. Returns at once; the action runs from the
-// event loop while the code under test sits in exec(). No modal in time, or
+// Runs `action` on the next modal window from the event loop; none in time, or
 // one the action leaves open, fails the running test (and is closed).
 void answerNextModal(std::function<void(QWidget *)> action, int timeoutMs = 60000);
-
-// From now on a modal window that nobody answers within `limitMs` is closed
-// and fails the running test. Test mains call it once.
+// From now on a modal window nobody answers within `limitMs` fails the test and is closed.
 void watchModals(int limitMs = 30000);
-
-// Waits, processing events, until `condition` holds or the time is up.
+// Processes events until `condition` holds; false when the time is up.
 bool waitFor(std::function<bool()> condition, int timeoutMs = 15000);
-
-// Closes the next message box, keeping its title and text (both cleared
-// first, so an empty text means no box has come yet).
+// Closes the next message box, keeping its title and text (cleared first).
 void closeNextMessage(QString *title, QString *text, int timeoutMs = 60000);
-
-// Answers the next file dialog as a person would: picks the filter (when
-// given), types the name, presses Save, then runs `afterSave`.
+// Answers the next file dialog as a person: filter, typed name, Save, then `afterSave`.
 void answerSaveDialog(const QString &name, const QString &filter = QString(), std::function<void()> afterSave = {});
-
-// Writes the program's settings file: today's update check already done,
-// then `body` (INI groups and keys).
+// The settings file: today's update check done, then `body` (INI text).
 bool writeSettings(const QString &dataFolder, const QString &body);
-
-// Starts tests/fixtures/media_server.py on `folder` (with `extra` options
-// such as "--rate N"); returns its base address ("http://127.0.0.1:<port>"),
-// empty when it did not come up.
+// Serves `folder` with fixtures/media_server.py; "http://127.0.0.1:<port>", empty on failure.
 QString startMediaServer(QProcess &server, const QString &folder, const QStringList &extra = {});
-
-// The streams of a media file as "codec=kind", in order ("h264=video aac=audio").
+// The streams of a media file as "codec=kind ..." ("h264=video aac=audio").
 QString streams(const QString &file);
-
-// Makes a short clip with the real ffmpeg; returns false if ffmpeg failed.
+// Points the downloader stand-in (fixtures/fake-run) at a scenario written to
+// `path`, for this process and its children; returns the log of its calls.
+QString useScenario(const QString &path, const QString &text);
+// The argument lists of the stand-in's logged calls of one kind ("title", "download", ...).
+QList<QStringList> fakeCalls(const QString &log, const QString &kind);
+// Whether a process of this id still exists.
+bool alive(qint64 pid);
+// A short clip made with the real ffmpeg.
 bool makeClip(const QString &path, double seconds = 1.0, bool withVideo = true);
 
-#define VIDORRA_TEST_MAIN(TestObject)                                                              \
-    int main(int argc, char **argv)                                                                \
-    {                                                                                              \
-        TestHome home;                                                                             \
-        QApplication app(argc, argv);                                                              \
-        Q_INIT_RESOURCE(vidorra);                                                                  \
-        QTEST_DISABLE_KEYPAD_NAVIGATION                                                            \
-        watchModals();                                                                             \
-        TestObject tc;                                                                             \
-        QTEST_SET_MAIN_SOURCE_PATH                                                                 \
-        return QTest::qExec(&tc, argc, argv);                                                      \
+#define VIDORRA_TEST_MAIN(TestObject)                                                                                  \
+    int main(int argc, char **argv)                                                                                    \
+    {                                                                                                                  \
+        TestHome home;                                                                                                 \
+        QApplication app(argc, argv);                                                                                  \
+        Q_INIT_RESOURCE(vidorra);                                                                                      \
+        QTEST_DISABLE_KEYPAD_NAVIGATION                                                                                \
+        watchModals();                                                                                                 \
+        TestObject tc;                                                                                                 \
+        QTEST_SET_MAIN_SOURCE_PATH                                                                                     \
+        return QTest::qExec(&tc, argc, argv);                                                                          \
     }
