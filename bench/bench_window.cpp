@@ -9,6 +9,7 @@
 #include "BenchSupport.h"
 
 #include <QApplication>
+#include <QDate>
 #include <QDir>
 #include <QElapsedTimer>
 #include <QLineEdit>
@@ -56,6 +57,8 @@ int main(int argc, char **argv)
     {
         QSettings ini(data + QStringLiteral("/sniffer.ini"), QSettings::IniFormat);
         ini.setValue(QStringLiteral("os_urls/1"), QStringLiteral("127.0.0.1"));
+        // Today's update of the downloader counts as done: its notice would wait for a click.
+        ini.setValue(QStringLiteral("last_update"), QDate::currentDate().dayOfYear());
     }
 
     Sniffer sniffer;

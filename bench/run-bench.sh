@@ -1,8 +1,9 @@
 #!/bin/sh
-# Builds and runs the engine benchmark.
+# Builds and runs the benchmarks: the engine, the window, the feed.
 #
 # Usage: bench/run-bench.sh BUILD_DIR [RUNS]
-#   BUILD_DIR  an existing build folder of the project; the benchmark is
+#   BUILD_DIR  an existing build folder of the project (its native messaging
+#              host serves the feed benchmark); the benchmark is
 #              built in BUILD_DIR/bench with the same build type, and its
 #              media (about 200 MB, made once) is kept in BUILD_DIR/bench/media.
 #   RUNS       paired runs per figure (at least 5, default 7).
@@ -33,4 +34,5 @@ fi
 status=0
 "$build/bench/app/bench_engine" --media "$media" --runs "$runs" || status=1
 QT_QPA_PLATFORM=offscreen "$build/bench/app/bench_window" --media "$media" --runs "$runs" || status=1
+QT_QPA_PLATFORM=offscreen "$build/bench/app/bench_feed" --host "$build/app/vidorra2-sniffer-host" || status=1
 exit $status
