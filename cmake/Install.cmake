@@ -1,7 +1,7 @@
 # `cmake --install`: the application folder (the program, the feed's helper
 # programs, the launcher, the stock settings file and the tool links) in
-# <libdir>/vidorra2, the program and vidorra2-sniff on the PATH, the browser
-# add-on in <datadir>/vidorra2/extension, and the native messaging host
+# <libdir>/vidorra2 (with the help page and the browser add-on), the program
+# and vidorra2-sniff on the PATH, and the native messaging host
 # manifests where the browsers look for them system-wide.
 include(GNUInstallDirs)
 set(VIDORRA_INSTALL_DIR ${CMAKE_INSTALL_LIBDIR}/vidorra2)
@@ -10,8 +10,9 @@ set(VIDORRA_HOST_PATH ${CMAKE_INSTALL_FULL_LIBDIR}/vidorra2/vidorra2-sniffer-hos
 install(TARGETS vidorra2 vidorra2-sniffer-host vidorra2-sniff RUNTIME DESTINATION ${VIDORRA_INSTALL_DIR})
 install(PROGRAMS ${PROJECT_SOURCE_DIR}/deploy/run DESTINATION ${VIDORRA_INSTALL_DIR})
 install(FILES ${PROJECT_SOURCE_DIR}/deploy/sniffer.ini DESTINATION ${VIDORRA_INSTALL_DIR})
-install(DIRECTORY ${PROJECT_SOURCE_DIR}/extension/ DESTINATION ${CMAKE_INSTALL_DATADIR}/vidorra2/extension
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/extension/ DESTINATION ${VIDORRA_INSTALL_DIR}/extension
         PATTERN "*.svg" EXCLUDE)
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/deploy/help/ DESTINATION ${VIDORRA_INSTALL_DIR}/help)
 vidorra_install_tool_links(${VIDORRA_INSTALL_DIR})
 foreach(program vidorra2 vidorra2-sniff)
     install(CODE "set(bin \$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_BINDIR})

@@ -1,7 +1,6 @@
 #include <QCoreApplication>
 #include <QDebug>
 #include <QDir>
-#include <QFileInfo>
 #include <QMessageBox>
 
 #include "Feed/HostManifests.h"
@@ -11,17 +10,10 @@
 #include "Sniffer/WindowRules.h"
 
 namespace {
-// The add-on's folder: beside the program in a build, in the shared data
-// of an installation.
+// The add-on lies beside the program, as its help page does.
 QString addOnFolder()
 {
-    const QString app = QCoreApplication::applicationDirPath();
-    for (const QString &candidate : {app + QStringLiteral("/extension"),
-                                     app + QStringLiteral("/../../share/vidorra2/extension"),
-                                     app + QStringLiteral("/../Resources/extension")})
-        if (QFileInfo::exists(candidate + QStringLiteral("/manifest.json")))
-            return QDir::toNativeSeparators(QDir::cleanPath(candidate));
-    return QDir::toNativeSeparators(app + QStringLiteral("/extension"));
+    return QDir::toNativeSeparators(QCoreApplication::applicationDirPath() + QStringLiteral("/extension"));
 }
 } // namespace
 
