@@ -115,7 +115,9 @@ void Sniffer::initWidgets()
     }
 
     // A very light weight on Qt's scale, on purpose.
-    const QFont listFont(QStringLiteral("Monaco"), 10, 7);
+    QFont listFont(QStringLiteral("Monaco"), 10, 7);
+    // Where Monaco is missing, another fixed-width face keeps the columns.
+    listFont.setStyleHint(QFont::TypeWriter);
     uiOldSniffer->label->setFont(listFont);
     uiOldSniffer->mediaList->setFont(listFont);
     uiOptions->listFormats->setFont(listFont);

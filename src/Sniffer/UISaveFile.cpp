@@ -64,6 +64,9 @@ QString Sniffer::GetSaveAsFullPath(QString extension)
         dialog.setNameFilters(QStringList{QStringLiteral("mp3")});
         folder = uiSettings->pathAudio->text();
     }
+    // Without a default folder the name would land at the top of the disk.
+    if (folder.isEmpty())
+        folder = standardFolder(QStandardPaths::DesktopLocation);
     dialog.setWindowTitle(tr("Save File As..."));
     dialog.setAcceptMode(QFileDialog::AcceptSave);
     dialog.setFileMode(QFileDialog::AnyFile);
