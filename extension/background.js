@@ -15,7 +15,11 @@ const STREAM_PATH = /\.(ts|m4s|m3u8|mpd)$/i;
 // Servers that send media as plain bytes give it away by its name only.
 const MEDIA_PATH = /\.(mp4|m4v|m4a|mov|webm|mkv|flv|avi|wmv|3gp|ogv|ogg|oga|opus|mp3|aac|flac|wav)$/i;
 
-const sent = new Set(); // url + size, this session
+// A player asks for the same file in many ranges: one report per file is
+// enough for a while. After that the file is reported again, so a Vidorra 2
+// started later still hears of it when it plays once more.
+const REPEAT_AFTER_MS = 30000;
+const sent = new Map(); // url + size -> when it was reported
 let port = null;
 
 function header(details, name) {
@@ -62,9 +66,13 @@ function onResponseStarted(details) {
     if (!type || !/^[1-9]\d*$/.test(size))
         return;
     const address = details.url.replace(/^https?:\/\//i, "");
-    if (sent.has(address + " " + size))
+    const key = address + " " + size;
+    const now = Date.now();
+    if (now - (sent.get(key) ?? -Infinity) < REPEAT_AFTER_MS)
         return;
-    sent.add(address + " " + size);
+    sent.set(key, now);
+    if (sent.size > 1000)
+        sent.clear();
     const source = details.documentUrl || details.originUrl || details.initiator || "";
     send({ url: address, source: source, size: size, type: type });
 }
