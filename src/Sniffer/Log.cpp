@@ -36,8 +36,7 @@ QString line(QtMsgType type, const QString &message)
 
 QString dataFolder()
 {
-    const QString folder = QDir::toNativeSeparators(Platform::applicationSupportFolder() + QDir::separator() +
-                                                    QStringLiteral("Vidorra") + QLatin1Char(' ') + QStringLiteral("2"));
+    const QString folder = QDir::toNativeSeparators(Platform::programDataFolder());
     QDir dir(folder);
     if (!dir.exists())
         dir.mkdir(folder);

@@ -9,8 +9,8 @@
 #include "Sniffer/Sniffer.h"
 
 namespace {
-// "Vidorra 2": the product name and its major version name both the data
-// folder and the documents folder.
+// "Vidorra 2": the product name and its major version name the documents
+// folder, as they name the data folder.
 QString productFolderName()
 {
     return QStringLiteral("Vidorra") + QLatin1Char(' ') + QStringLiteral("2");
@@ -28,7 +28,7 @@ const QStringList tableGroups{QStringLiteral("error_titles"),    QStringLiteral(
 
 QString Sniffer::getApplicationDataFolder(QString sub)
 {
-    QString folder = Platform::applicationSupportFolder() + QDir::separator() + productFolderName();
+    QString folder = Platform::programDataFolder();
     if (!sub.isEmpty())
         folder += QDir::separator() + sub;
     folder = QDir::toNativeSeparators(folder);
