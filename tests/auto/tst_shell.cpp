@@ -13,8 +13,7 @@
 #include "ui_Settings.h"
 #include "ui_Sniffer.h"
 
-// The application shell of the real window (offscreen): settings, data
-// folder, log, lock, layers, progress and messages.
+// The application shell of the real window (offscreen): settings, data folder, log, lock, layers, progress, messages.
 class ShellTest : public QObject
 {
     Q_OBJECT
@@ -127,32 +126,27 @@ private slots:
     }
 
     // The lock runs in a child ("--child MODE"): every failure ends it with status 0.
-    void lockEndsTheProcessQuietly_data()
-    {
-        QTest::addColumn<QString>("mode");
-        QTest::addColumn<QStringList>("expected");
-        QTest::newRow("second check finds its own file")
-            << "lock-twice" << QStringList{"checkLocker : locker : ok", "instance exists"};
-        QTest::newRow("removing a missing lock shows error 6")
-            << "remove-missing" << QStringList{"BOX Vidorra 2 could not start cleanly", "error #6:"};
-        QTest::newRow("taking and releasing the lock")
-            << "lock-then-remove" << QStringList{"removeLocker : instance", "not reached"};
-    }
     void lockEndsTheProcessQuietly()
     {
-        QFETCH(QString, mode);
-        QFETCH(QStringList, expected);
-        QProcess child;
-        child.start(QCoreApplication::applicationFilePath(), {"--child", mode});
-        QVERIFY(child.waitForFinished(30000));
-        QVERIFY(child.exitStatus() == QProcess::NormalExit && child.exitCode() == 0);
-        const QString output = QString::fromLocal8Bit(child.readAllStandardOutput() + child.readAllStandardError());
-        for (const QString &text : expected)
-            QVERIFY2(output.contains(text), qPrintable(output));
-        QCOMPARE(output.contains("not reached"), mode == "lock-then-remove");
-        QFile lock(data + "/locker");
-        QCOMPARE(lock.open(QIODevice::ReadOnly) ? lock.readAll() : QByteArray("none"),
-                 QByteArray(mode == "lock-twice" ? "1" : "none"));
+        const QList<QPair<QString, QStringList>> modes{
+            {"check,check", {"checkLocker : locker : ok", "instance exists"}},  // the second check finds its own file
+            {"remove", {"BOX Vidorra 2 could not start cleanly", "error #6:"}}, // no lock to remove
+            {"check,remove", {"removeLocker : instance", "steps done"}},
+        };
+        for (const auto &[mode, expected] : modes) {
+            settings();
+            QProcess child;
+            child.start(QCoreApplication::applicationFilePath(), {"--child", mode});
+            QVERIFY(child.waitForFinished(30000));
+            QVERIFY(child.exitStatus() == QProcess::NormalExit && child.exitCode() == 0);
+            const QString output = QString::fromLocal8Bit(child.readAllStandardOutput() + child.readAllStandardError());
+            for (const QString &text : expected)
+                QVERIFY2(output.contains(text), qPrintable(output));
+            QCOMPARE(output.contains("steps done"), mode == "check,remove");
+            QFile lock(data + "/locker");
+            QCOMPARE(lock.open(QIODevice::ReadOnly) ? lock.readAll() : QByteArray("none"),
+                     QByteArray(mode == "check,check" ? "1" : "none"));
+        }
     }
 
     void terminationEndsTheDownloadAndItsFile()
@@ -174,7 +168,7 @@ private slots:
         QCOMPARE(QDir(dir.path()).entryList(QDir::Files), (QStringList{"scenario", "scenario.log"}));
     }
 
-    void layersSetTheWindowHeight()
+    void layersAndProgressSetTheWindow()
     {
         Sniffer sniffer;
         sniffer.start();
@@ -188,8 +182,7 @@ private slots:
             QCOMPARE(sniffer.uiNavigation->stackedWidget->currentWidget(),
                      pair.first == Sniffer::LayerMain ? sniffer.uiNavigation->page_1 : sniffer.uiNavigation->page_2);
         }
-        // Options before the title and formats are known: nothing changes, but
-        // the step is remembered, so Back goes to the address page.
+        // Options before title and formats: nothing changes, but the step is kept, so Back goes to the address page.
         sniffer.showLayer(Sniffer::LayerMain);
         sniffer.showLayer(Sniffer::LayerOptions);
         QCOMPARE(sniffer.height(), 60);
@@ -221,14 +214,9 @@ private slots:
         QCOMPARE(sniffer.height(), 60);
         QTest::mouseClick(sniffer.uiNavigation->btnOptions, Qt::LeftButton);
         QCOMPARE(sniffer.height(), 190);
-    }
-
-    void progressCreepsAndCancelReturnsToTheStart()
-    {
-        Sniffer sniffer;
-        sniffer.start();
+        // The progress page: the bar creeps, the dots swing, Cancel returns to the start.
         sniffer.progressBarStart(100, false);
-        QVERIFY(sniffer.height() == 60 && !sniffer.dotsTimer);
+        QVERIFY(sniffer.height() == 190 && !sniffer.dotsTimer); // nothing without a caption
         // A figure shows only while the bar holds the download's own percentage.
         sniffer.progressBarStart();
         QVERIFY(sniffer.progressBar->isTextVisible());
@@ -241,12 +229,10 @@ private slots:
         QVERIFY(sniffer.progressBar->value() <= 98);
         sniffer.showLayer(Sniffer::LayerMain); // leaving the page stops the creeping
         QVERIFY(!sniffer.progressTimer->isActive());
-
-        sniffer.progressBarStart(20, true);
+        sniffer.progressBarStart(20, true); // converting: the bar full, the dots swing
         QVERIFY(sniffer.uiProgress->lblDots->isVisible() && !sniffer.progressBar->isTextVisible());
         QCOMPARE(sniffer.progressBar->value(), 100);
         QVERIFY(waitFor([&] { return sniffer.uiProgress->lblDots->text() == "....."; }, 5000));
-
         sniffer.progressBarStart(10);
         QTest::mouseClick(sniffer.uiProgress->btnCloseProgress, Qt::LeftButton);
         QCOMPARE(sniffer.progressBar->value(), sniffer.progressBar->maximum());
@@ -342,8 +328,7 @@ private slots:
     }
 };
 
-// Child modes: the lock's end the process by themselves with status 0;
-// "term" runs a download until a termination signal ends the program.
+// Child modes: "term", a download until a termination signal ends it; else lock steps (a failure exits with 0).
 static int runChild(const QString &mode, const QString &argument)
 {
     Sniffer sniffer;
@@ -357,20 +342,15 @@ static int runChild(const QString &mode, const QString &argument)
         fflush(stdout);
         return QCoreApplication::exec();
     }
-    if (mode == "remove-missing")
-        answerNextModal([](QWidget *w) {
-            auto *box = qobject_cast<QMessageBox *>(w);
-            printf("BOX %s\n%s\n", qPrintable(box->windowTitle()), qPrintable(box->text()));
-            fflush(stdout);
-            w->close();
-        });
-    else
-        sniffer.checkLocker();
-    if (mode == "lock-twice")
-        sniffer.checkLocker();
-    else
-        sniffer.removeLocker();
-    printf("not reached\n");
+    answerNextModal([](QWidget *w) {
+        auto *box = qobject_cast<QMessageBox *>(w);
+        printf("BOX %s\n%s\n", qPrintable(box->windowTitle()), qPrintable(box->text()));
+        fflush(stdout);
+        w->close();
+    });
+    for (const QString &step : mode.split(','))
+        step == "check" ? sniffer.checkLocker() : sniffer.removeLocker();
+    printf("steps done\n");
     return 0;
 }
 
