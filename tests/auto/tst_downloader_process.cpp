@@ -1,6 +1,4 @@
-// The engine's jobs against the scripted stand-in for the launcher (the "run"
-// beside this test): what each child prints, how it ends, and what the engine
-// signals and stores in return.
+// The engine's jobs against the stand-in launcher: what a child prints, how it ends, what the engine makes of it.
 #include "Fiofostis/Downloader.h"
 #include "TestSupport.h"
 
@@ -64,40 +62,30 @@ private slots:
         QCOMPARE(d.url, good.toString());
     }
 
-    void titles_data()
-    {
-        QTest::addColumn<QString>("script");
-        QTest::addColumn<QString>("title");
-        QTest::addColumn<QString>("duration");
-        auto row = [](const char *name, const char *script, const char *title, const char *duration) {
-            QTest::newRow(name) << script << title << duration;
-        };
-        row("punctuation, hyphens", "out-file: recorded/title-my-video.txt", "My Video Part 1", "3:45");
-        // Each read stands alone: the duration's chunk replaces the title's.
-        row("two chunks", "out: My-Video: Part 1\nout: 1:02:03", "1 02 03", "0:00");
-        row("nothing printed", "exit: 0", "default", "0:00");
-        row("Cyrillic only", "out: Привет мир\\n2:00", "", "2:00");
-        row("50 characters", "out: The_Quick.Brown-Fox, jumps: over the lazy dog!! 50\\n10:00",
-            "The Quick Brown Fox jumps over", "10:00");
-        row("zero byte ends the text", "out: Abc\\x00def\\n1:00", "Abc", "0:00");
-    }
     void titles()
     {
-        QFETCH(QString, script);
-        Job job("[title]\ndelay: 0.15\n" + script + "\n");
-        job.d.requestTitle();
-        QVERIFY(job.settle());
-        QCOMPARE(job.events, QStringList{"title"});
-        QTEST(job.d.options->title, "title");
-        QTEST(job.d.options->duration, "duration");
-        QCOMPARE(job.d.options->steps, Steps{Downloader::stepTitle});
+        const QList<std::tuple<QString, QString, QString>> rows{
+            {"out-file: recorded/title-my-video.txt", "My Video Part 1", "3:45"},
+            {"out: My-Video: Part 1\nout: 1:02:03", "1 02 03", "0:00"}, // each read stands alone
+            {"exit: 0", "default", "0:00"},
+            {"out: Привет мир\\n2:00", "", "2:00"},
+            {"out: The_Quick.Brown-Fox, jumps: over the lazy dog!! 50\\n10:00", "The Quick Brown Fox jumps over",
+             "10:00"},
+            {"out: Abc\\x00def\\n1:00", "Abc", "0:00"},
+        };
+        for (const auto &[script, title, duration] : rows) {
+            Job job("[title]\ndelay: 0.15\n" + script + "\n");
+            job.d.requestTitle();
+            QVERIFY(job.settle());
+            QCOMPARE(job.events, QStringList{"title"});
+            QCOMPARE(job.d.options->title + "|" + job.d.options->duration, title + "|" + duration);
+            QCOMPARE(job.d.options->steps, Steps{Downloader::stepTitle});
+        }
     }
 
     void outcomes_data()
     {
-        // How each job ends: the stand-in's section (empty: no launcher), the
-        // self-test's expected title or the update's collected output, and
-        // what the engine signals.
+        // The job, the stand-in's part (empty: no launcher), the self-test's title or the update's output, the signals.
         QTest::addColumn<QString>("kind");
         QTest::addColumn<QString>("script");
         QTest::addColumn<QString>("text");
@@ -110,7 +98,6 @@ private slots:
         // Failed listings and downloads are silent on purpose.
         row("formats", "exit code 1", "out-file: recorded/formats-classic.txt\nexit: 1", "", {});
         row("download", "exit code 1", "out-file: recorded/progress-middle.txt\nexit: 1", "", {"percent 45.3"});
-        row("download", "no launcher", "", "", {});
         row("update", "done", "out: Updating ...\\n\nout: Updated", "Updating ...Updated", {"updated"});
         row("update", "exit code 1", "out: ERROR\nexit: 1", "ERROR", {"error 4"});
         row("test", "match", "out: \\n  Test - 1  \\n", "Test - 1", {"testOK"});
@@ -118,7 +105,6 @@ private slots:
         // The raw title is compared, not the cleaned one, and only the first chunk.
         row("test", "no clean-up", "out: Test-1", "Test 1", {"error 2"});
         row("test", "first chunk counts", "out: Test\nout: Video", "Test", {"testOK"});
-        row("test", "silent", "exit: 0", "Test", {"error 2"});
         row("test", "exit code 1", "out: Test\nexit: 1", "Test", {"error 1"});
         row("test", "no launcher", "", "Test", {"error 1"});
     }
@@ -136,16 +122,12 @@ private slots:
         job.d.titleLines = QStringList{"old"};
         job.d.updateOutput = "left over";
         const QString output = job.dir.filePath("clip.mp4");
-        if (kind == "title")
-            job.d.requestTitle();
-        else if (kind == "formats")
-            job.d.requestFormats();
-        else if (kind == "download")
-            job.d.requestFile(22, output);
-        else if (kind == "update")
-            job.d.checkUpdates();
-        else
-            job.d.testIt(testUrl, text);
+        const QHash<QString, std::function<void()>> start{{"title", [&] { job.d.requestTitle(); }},
+                                                          {"formats", [&] { job.d.requestFormats(); }},
+                                                          {"download", [&] { job.d.requestFile(22, output); }},
+                                                          {"update", [&] { job.d.checkUpdates(); }},
+                                                          {"test", [&] { job.d.testIt(testUrl, text); }}};
+        start[kind]();
         QVERIFY(job.settle());
         QTEST(job.events, "expected");
         QCOMPARE(fakeCalls(job.log, kind).size(), missing ? 0 : 1); // the stand-in knows only the right shapes
@@ -186,8 +168,7 @@ private slots:
 
     void secondQueryWhileFirstRuns()
     {
-        // The first child outlives the second; both deliver, and the end of
-        // the first must not take the second child with it.
+        // The first child outlives the second; both deliver, and the first one's end leaves the second child alone.
         Job job("[title 1]\npause: 0.8\nout: First\\n1:00\n[title 2]\nout: Second\\n2:00\npause: 0.6\n");
         job.d.requestTitle();
         QTest::qWait(100);
@@ -199,16 +180,14 @@ private slots:
 
     void formatTable()
     {
-        // The recorded listing has a header, bracketed and DASH lines, a short
-        // line (91), a repeated code (18) and a "(best)" line.
+        // The recorded listing: a header, bracketed and DASH lines, a short line (91), code 18 twice, a "(best)" line.
         Job job("[formats 1]\nout-file: recorded/formats-classic.txt\n"
                 "[formats 2]\nout: [youtube] x: Downloading webpage\\n160 mp4 256x144 DASH video 108k\n");
         job.d.options->formats.insert(999, {});
         job.d.requestFormats();
         QVERIFY(job.wait(1));
-        QList<int> codes = job.d.options->formats.keys();
-        std::sort(codes.begin(), codes.end());
-        QCOMPARE(codes, (QList<int>{5, 17, 18, 22, 36, 43, 91, 133}));
+        const QList<int> codes = job.d.options->formats.keys();
+        QCOMPARE(QSet<int>(codes.begin(), codes.end()), (QSet<int>{5, 17, 18, 22, 36, 43, 91, 133}));
         QCOMPARE(job.d.options->formats.value(18).description, QString("AAC 96 KBps\t\t[1.21MiB]"));
         QVERIFY(job.d.options->formats.value(22).best);
         // A listing with nothing to offer still ends the step.
@@ -218,12 +197,13 @@ private slots:
         QCOMPARE(job.d.options->steps, (Steps{Downloader::stepFormats, Downloader::stepFormats}));
     }
 
-    void download()
+    void downloadToTheEndAndStopped()
     {
-        // Chunks without a figure, with one, and with two lines.
-        Job job("[download]\ndelay: 0.15\npart: 2048\nout-file: recorded/progress-start.txt\n"
+        // Chunks without a figure, with one, and with two lines; the second download hangs until stopped.
+        Job job("[download 1]\ndelay: 0.15\npart: 2048\nout-file: recorded/progress-start.txt\n"
                 "out-file: recorded/progress-middle.txt\nout-file: recorded/progress-two-lines.txt\n"
-                "out-file: recorded/progress-end.txt\n");
+                "out-file: recorded/progress-end.txt\n"
+                "[download 2]\ndelay: 0.05\npart: 4096\nout-file: recorded/progress-middle.txt\nhang\n");
         const QString output = job.dir.filePath("My Video.mp4");
         job.d.requestFile(18, output);
         QCOMPARE(job.d.step, Downloader::stepFile);
@@ -232,19 +212,15 @@ private slots:
         QCOMPARE(job.d.options->steps, Steps{Downloader::stepFile});
         QCOMPARE(job.d.step, Downloader::stepIdle);
         QCOMPARE(QFileInfo(output).size(), 2048);
-    }
 
-    void downloadStopped()
-    {
-        Job job("[download]\ndelay: 0.05\npart: 4096\nout-file: recorded/progress-middle.txt\nhang\n");
         job.d.requestFile(22, job.dir.filePath("clip.mp4"));
-        QVERIFY(job.wait(1) && QFile::exists(job.d.partFile));
+        QVERIFY(job.wait(6) && QFile::exists(job.d.partFile));
         const qint64 pid = job.d.processFile->processId();
         job.d.stop();
         QVERIFY(!QFile::exists(job.d.partFile));
         QVERIFY2(waitFor([pid] { return !alive(pid); }, 5000), "the download child still runs");
         QTest::qWait(200);
-        QCOMPARE(job.events, QStringList{"percent 45.3"});
+        QCOMPARE(job.events.mid(5), QStringList{"percent 45.3"});
         QCOMPARE(job.d.step, Downloader::stepFile);
     }
 };
