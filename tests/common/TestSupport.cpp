@@ -2,8 +2,6 @@
 
 #include <QtWidgets>
 
-#include <memory>
-
 #include <signal.h>
 
 TestHome::TestHome()
@@ -92,8 +90,7 @@ bool waitFor(std::function<bool()> condition, int timeoutMs)
     while (!condition()) {
         if (clock.elapsed() > timeoutMs)
             return false;
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-        QTest::qWait(10);
+        QTest::qWait(10); // processes events meanwhile
     }
     return true;
 }

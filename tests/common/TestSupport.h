@@ -1,11 +1,8 @@
 #pragma once
 
 #include <QApplication>
+#include <QProcess>
 #include <QtTest>
-
-#include <functional>
-
-class QProcess;
 
 // A private home (HOME, XDG folders) so the program never touches the user's files.
 struct TestHome
@@ -16,8 +13,7 @@ struct TestHome
 
 // The folder of the test executable and the tools beside it.
 QString toolFolder();
-// Runs `action` on the next modal window from the event loop; none in time, or
-// one the action leaves open, fails the running test (and is closed).
+// Runs `action` on the next modal window; none in time, or one the action leaves open, fails the test (and is closed).
 void answerNextModal(std::function<void(QWidget *)> action, int timeoutMs = 60000);
 // From now on a modal window nobody answers within `limitMs` fails the test and is closed.
 void watchModals(int limitMs = 30000);
@@ -33,8 +29,7 @@ bool writeSettings(const QString &dataFolder, const QString &body);
 QString startMediaServer(QProcess &server, const QString &folder, const QStringList &extra = {});
 // The streams of a media file as "codec=kind ..." ("h264=video aac=audio").
 QString streams(const QString &file);
-// Points the downloader stand-in (fixtures/fake-run) at a scenario written to
-// `path`, for this process and its children; returns the log of its calls.
+// Writes a scenario for the stand-in (fixtures/fake-run) to `path` and points it there (children too); returns its log.
 QString useScenario(const QString &path, const QString &text);
 // The argument lists of the stand-in's logged calls of one kind ("title", "download", ...).
 QList<QStringList> fakeCalls(const QString &log, const QString &kind);
@@ -49,9 +44,7 @@ bool makeClip(const QString &path, double seconds = 1.0, bool withVideo = true);
         TestHome home;                                                                                                 \
         QApplication app(argc, argv);                                                                                  \
         Q_INIT_RESOURCE(vidorra);                                                                                      \
-        QTEST_DISABLE_KEYPAD_NAVIGATION                                                                                \
         watchModals();                                                                                                 \
         TestObject tc;                                                                                                 \
-        QTEST_SET_MAIN_SOURCE_PATH                                                                                     \
         return QTest::qExec(&tc, argc, argv);                                                                          \
     }

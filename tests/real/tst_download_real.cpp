@@ -11,9 +11,7 @@
 #include "ui_Options.h"
 #include "ui_Sniffer.h"
 
-// Downloads with nothing stood in: the real launcher over yt-dlp fetches a
-// page served on 127.0.0.1, the real ffmpeg converts, the window runs on a
-// real X server and gets its keys through the dialog.
+// Nothing stood in: launcher and yt-dlp fetch a page from 127.0.0.1, ffmpeg converts, the window gets real X keys.
 class DownloadRealTest : public QObject
 {
     Q_OBJECT
@@ -23,8 +21,7 @@ class DownloadRealTest : public QObject
     QString base;
     std::unique_ptr<Sniffer> sniffer;
 
-    // The address typed into the focused field and Return pressed there: the
-    // progress page stays until the Options page comes.
+    // The address typed and Return pressed in the focused field: the progress page stays until the Options page.
     bool enterAddress()
     {
         QTest::mouseClick(sniffer->uiNavigation->btnDownloaderOS, Qt::LeftButton);
@@ -56,16 +53,12 @@ private slots:
         QProcess make;
         make.start("/bin/sh", {VIDORRA_FIXTURES_DIR "/make_media.sh", media.path()});
         QVERIFY(make.waitForFinished(120000) && make.exitCode() == 0);
-        // A second source, so the Options page has a list to show.
-        make.start("ffmpeg",
-                   {"-nostdin", "-loglevel", "error", "-y", "-i", media.filePath("clip.mp4"), "-t", "2", "-vf",
-                    "scale=160:120", "-c:v", "libvpx", "-c:a", "libvorbis", media.filePath("small.webm")});
-        QVERIFY(make.waitForFinished(60000) && make.exitCode() == 0);
+        QVERIFY(makeClip(media.filePath("small.mp4"), 2.0)); // a second source, so the Options page shows a list
         QFile page(media.filePath("two.html"));
         QVERIFY(page.open(QIODevice::WriteOnly));
         page.write("<!DOCTYPE html>\n<html><head><meta charset=\"utf-8\"><title>Local Test Clip - Two Sizes</title>"
                    "</head>\n<body><video controls>\n<source src=\"clip.mp4\" type=\"video/mp4\">\n"
-                   "<source src=\"small.webm\" type=\"video/webm\">\n</video></body></html>\n");
+                   "<source src=\"small.mp4\" type=\"video/mp4\">\n</video></body></html>\n");
         page.close();
         base = startMediaServer(server, media.path());
         QVERIFY(!base.isEmpty());

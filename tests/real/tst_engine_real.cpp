@@ -1,14 +1,8 @@
-// The engine end to end with the real launcher over the real downloader tool,
-// on media generated here and served on 127.0.0.1 only.
+// The engine end to end with the real launcher and downloader tool, on media made here and served on 127.0.0.1.
 #include "Fiofostis/Downloader.h"
 #include "TestSupport.h"
 
 #include <QSignalSpy>
-
-// The engine needs no screen: without a display, the offscreen window system.
-static const bool noScreenNeeded = qEnvironmentVariableIsEmpty("DISPLAY") &&
-                                   qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM") &&
-                                   qputenv("QT_QPA_PLATFORM", "offscreen");
 
 class TestEngineReal : public QObject
 {
@@ -39,10 +33,14 @@ private slots:
             server.kill();
     }
 
-    void titleAndFormats()
+    void optionsThenDownloadThenAudio()
     {
         Downloader d;
-        QSignalSpy title(&d, &Downloader::haveTitle), formats(&d, &Downloader::haveFormats);
+        QList<float> figures;
+        connect(&d, &Downloader::percent, this, [&](float p) { figures << p; });
+        QSignalSpy title(&d, &Downloader::haveTitle), formats(&d, &Downloader::haveFormats),
+            file(&d, &Downloader::haveFile), extracted(&d, &Downloader::doneExtractAudio),
+            errors(&d, &Downloader::hasError);
         QVERIFY(d.setURL(&page));
         d.getOptions();
         QVERIFY(waitFor([&] { return title.count() == 1 && formats.count() == 1; }, 60000));
@@ -51,16 +49,7 @@ private slots:
         // A direct media file has one format without a numeric code: code 0.
         QCOMPARE(d.options->formats.keys(), QList<int>{0});
         QVERIFY(d.options->formats.value(0).extension == "mp4" && d.options->formats.value(0).best);
-    }
 
-    void downloadThenExtractAudio()
-    {
-        Downloader d;
-        QList<float> figures;
-        connect(&d, &Downloader::percent, this, [&](float p) { figures << p; });
-        QSignalSpy file(&d, &Downloader::haveFile), extracted(&d, &Downloader::doneExtractAudio),
-            errors(&d, &Downloader::hasError);
-        QVERIFY(d.setURL(&page));
         const QString video = saved.filePath("Local Test Clip Sunrise.mp4");
         d.requestFile(0, video);
         QVERIFY(file.wait(60000));
@@ -68,7 +57,6 @@ private slots:
         QVERIFY(!figures.isEmpty() && std::is_sorted(figures.begin(), figures.end()));
         QVERIFY(figures.last() > 0.0f && figures.last() <= 100.0f);
         QCOMPARE(QFileInfo(video).size(), QFileInfo(media.filePath("clip.mp4")).size());
-
         const QString audio = saved.filePath("Local Test Clip Sunrise.mp3");
         d.formatConverting(video, audio, Downloader::fromAudioExtraction);
         QVERIFY(extracted.wait(60000));
