@@ -112,8 +112,8 @@ int main(int argc, char **argv)
     out() << QString::asprintf("(e) frame to row, %d frames: median %.1f ms, 95th percentile %.1f ms, "
                                "slowest %.1f ms\n",
                                frames, median(latencies), p95, percentile(latencies, 1.0));
-    out() << QString::asprintf("(f) burst of %d frames to the last row: %.1f ms (%.1f ms per frame)\n", frames,
-                               burstMs, burstMs / frames);
+    out() << QString::asprintf("(f) burst of %d frames to the last row: %.1f ms (%.1f ms per frame)\n", frames, burstMs,
+                               burstMs / frames);
     out() << (p95 < 300 ? "95th percentile under 300 ms\n" : "95th percentile at or above 300 ms\n");
     out().flush();
     host.closeWriteChannel();

@@ -37,7 +37,8 @@ void SniffedDownload::start()
             [this](int exitCode, QProcess::ExitStatus status) { end(status == QProcess::NormalExit ? exitCode : -1); });
     connect(process, &QProcess::errorOccurred, this, [this](QProcess::ProcessError error) {
         if (error == QProcess::FailedToStart)
-            QMetaObject::invokeMethod(this, [this] { end(127); }, Qt::QueuedConnection);
+            QMetaObject::invokeMethod(
+                this, [this] { end(127); }, Qt::QueuedConnection);
     });
     process->start(DownloaderRules::launcherPath(QCoreApplication::applicationDirPath()), args, QIODevice::ReadOnly);
 }

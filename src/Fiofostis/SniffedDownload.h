@@ -20,7 +20,10 @@ public:
     void start();
     // Ends the transfer at once and removes what it had written; no signal.
     void stop();
-    bool isRunning() const { return process != nullptr; }
+    bool isRunning() const
+    {
+        return process != nullptr;
+    }
 
     const QString address;
     const QString path;

@@ -5,8 +5,8 @@
 
 #include "Feed/HostManifests.h"
 #include "Feed/SniffServer.h"
-#include "Sniffer/SnifferQueue.h"
 #include "Sniffer/Sniffer.h"
+#include "Sniffer/SnifferQueue.h"
 #include "Sniffer/WindowRules.h"
 
 namespace {

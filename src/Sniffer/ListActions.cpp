@@ -120,9 +120,9 @@ QString Sniffer::DownloadYouTubeVideoFromSniffedURL(int index)
         qCritical() << "!!! ERROR: "
                     << "src/Sniffer/ListActions.cpp" << line << "DownloadYouTubeVideoFromSniffedURL"
                     << ":" << transfer->path << ":" << why;
-        appSettings.errorDetails = QStringList{QStringLiteral("src/Sniffer/ListActions.cpp"), QString::number(line),
-                                               QStringLiteral("DownloadYouTubeVideoFromSniffedURL"),
-                                               QDir::toNativeSeparators(transfer->path)};
+        appSettings.errorDetails =
+            QStringList{QStringLiteral("src/Sniffer/ListActions.cpp"), QString::number(line),
+                        QStringLiteral("DownloadYouTubeVideoFromSniffedURL"), QDir::toNativeSeparators(transfer->path)};
         appSettings.errorDetails << why.split(QLatin1Char('\n'));
         showErrorMessage(9, FlagError);
     });

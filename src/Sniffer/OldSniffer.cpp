@@ -8,8 +8,8 @@
 #include <QTimer>
 
 #include "Sniffer/DownloadRules.h"
-#include "Sniffer/SnifferQueue.h"
 #include "Sniffer/Sniffer.h"
+#include "Sniffer/SnifferQueue.h"
 #include "ui_OldSniffer.h"
 #include "ui_Sniffer.h"
 
@@ -89,7 +89,7 @@ void Sniffer::onOldSnifferDownloadFinished(QString path)
     // conversion, and the saved file stays.
     const QFileInfo info(path);
     sniffedSourceFile = path;
-    sniffedTargetFile = QDir::fromNativeSeparators(info.absolutePath() + QDir::separator() +
-                                                   info.completeBaseName() + QStringLiteral(".mp3"));
+    sniffedTargetFile = QDir::fromNativeSeparators(info.absolutePath() + QDir::separator() + info.completeBaseName() +
+                                                   QStringLiteral(".mp3"));
     QFile::copy(sniffedSourceFile, sniffedTargetFile);
 }

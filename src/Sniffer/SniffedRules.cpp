@@ -42,12 +42,12 @@ QString rowText(const QString &first, const QString &second, const QString &thir
 QString extensionForType(const QString &type)
 {
     static const QHash<QString, QString> known{
-        {QStringLiteral("mpeg"), QStringLiteral("mpg")},      {QStringLiteral("quicktime"), QStringLiteral("mov")},
-        {QStringLiteral("3gpp"), QStringLiteral("3gp")},      {QStringLiteral("msvideo"), QStringLiteral("avi")},
-        {QStringLiteral("matroska"), QStringLiteral("mkv")},  {QStringLiteral("ms-wmv"), QStringLiteral("wmv")},
-        {QStringLiteral("ms-asf"), QStringLiteral("asf")},    {QStringLiteral("wave"), QStringLiteral("wav")},
-        {QStringLiteral("ms-wma"), QStringLiteral("wma")},    {QStringLiteral("aiff"), QStringLiteral("aiff")},
-        {QStringLiteral("vnd.wave"), QStringLiteral("wav")},  {QStringLiteral("mp4a-latm"), QStringLiteral("m4a")},
+        {QStringLiteral("mpeg"), QStringLiteral("mpg")},     {QStringLiteral("quicktime"), QStringLiteral("mov")},
+        {QStringLiteral("3gpp"), QStringLiteral("3gp")},     {QStringLiteral("msvideo"), QStringLiteral("avi")},
+        {QStringLiteral("matroska"), QStringLiteral("mkv")}, {QStringLiteral("ms-wmv"), QStringLiteral("wmv")},
+        {QStringLiteral("ms-asf"), QStringLiteral("asf")},   {QStringLiteral("wave"), QStringLiteral("wav")},
+        {QStringLiteral("ms-wma"), QStringLiteral("wma")},   {QStringLiteral("aiff"), QStringLiteral("aiff")},
+        {QStringLiteral("vnd.wave"), QStringLiteral("wav")}, {QStringLiteral("mp4a-latm"), QStringLiteral("m4a")},
     };
     const QString main = type.section(QLatin1Char('/'), 0, 0).trimmed().toLower();
     QString sub = type.section(QLatin1Char('/'), 1).section(QLatin1Char(';'), 0, 0).trimmed().toLower();

@@ -56,8 +56,8 @@ void Sniffer::testSniffer()
         qCritical() << "!!! ERROR: "
                     << "src/Sniffer/TestSniffer" << 9 << "testSniffer"
                     << ":" << 8;
-        appSettings.errorDetails =
-            QStringList{QStringLiteral("src/Sniffer/TestSniffer"), QStringLiteral("9"), QStringLiteral("testSniffer"), {}};
+        appSettings.errorDetails = QStringList{
+            QStringLiteral("src/Sniffer/TestSniffer"), QStringLiteral("9"), QStringLiteral("testSniffer"), {}};
         showErrorMessage(static_cast<appFlag>(8));
         return;
     }
@@ -87,7 +87,7 @@ void Sniffer::showHelpDesk()
     if (address.isEmpty())
         return;
     const QUrl url(address);
-    QDesktopServices::openUrl(url.scheme().isEmpty()
-                                  ? QUrl::fromLocalFile(QCoreApplication::applicationDirPath() + QDir::separator() + address)
-                                  : url);
+    QDesktopServices::openUrl(url.scheme().isEmpty() ? QUrl::fromLocalFile(QCoreApplication::applicationDirPath() +
+                                                                           QDir::separator() + address)
+                                                     : url);
 }

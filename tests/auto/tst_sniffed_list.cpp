@@ -4,8 +4,8 @@
 
 #include "Fiofostis/DownloaderRules.h"
 #include "Sniffer/SniffedRules.h"
-#include "Sniffer/SnifferQueue.h"
 #include "Sniffer/Sniffer.h"
+#include "Sniffer/SnifferQueue.h"
 #include "TestSupport.h"
 #include "ui_InsertURL.h"
 #include "ui_Navigation.h"
@@ -26,7 +26,10 @@ class SniffedListTest : public QObject
     QStringList opened; // addresses given to the desktop
     QString boxTitle, boxText;
 
-    QListWidget *list() const { return sniffer->uiOldSniffer->mediaList; }
+    QListWidget *list() const
+    {
+        return sniffer->uiOldSniffer->mediaList;
+    }
     QStringList rows() const
     {
         QStringList texts;
@@ -35,7 +38,10 @@ class SniffedListTest : public QObject
         return texts;
     }
     // The colour of a row's state square.
-    QRgb square(int row) const { return list()->item(row)->icon().pixmap(16, 16).toImage().pixel(8, 8); }
+    QRgb square(int row) const
+    {
+        return list()->item(row)->icon().pixmap(16, 16).toImage().pixel(8, 8);
+    }
     void report(const char *address, qint64 size, const char *type = "video/mp4")
     {
         VideoSnifferCallback(address, "http://page", std::to_string(size), type);
@@ -50,7 +56,10 @@ class SniffedListTest : public QObject
     }
 
 public slots:
-    void openUrl(const QUrl &url) { opened << url.toString(); }
+    void openUrl(const QUrl &url)
+    {
+        opened << url.toString();
+    }
 
 private slots:
     void initTestCase()
@@ -70,30 +79,67 @@ private slots:
         sniffer->start();
         opened.clear();
     }
-    void cleanup() { sniffer.reset(); }
+    void cleanup()
+    {
+        sniffer.reset();
+    }
 
     void rules_data()
     {
         QTest::addColumn<QString>("rule");
         QTest::addColumn<QString>("input");
         QTest::addColumn<QString>("expected");
-        QTest::newRow("type clean-up") << "type" << "video/x-flv\r\nmore" << "video/flv";
-        QTest::newRow("type at a line break") << "type" << "\r\nvideo/mp4" << "\r\nvideo/mp4";
-        QTest::newRow("1 MiB") << "size" << "1048576" << "1.00 MB";
-        QTest::newRow("row columns") << "row" << "7. 12:00:01" << "7. 12:00:01           video/mp4     2.50 MB";
-        QTest::newRow("version, final dot") << "version" << "Updated yt-dlp to 2015.11.13." << "2015.11.1";
-        QTest::newRow("version, dots only") << "version" << "done... v1.2.3" << "last";
-        QTest::newRow("version, plus kept") << "version" << "is up to date (2023.03.04+dfsg)" << "2023.03.04+";
-        QTest::newRow("no version") << "notice" << "last" << "Vidorra 2 is up-to-date";
-        QTest::newRow("a version") << "notice" << "2015.11.13" << "Vidorra 2 2015.11.13 is up-to-date";
-        QTest::newRow("mp4 video") << "extension" << "video/mp4" << "mp4";
-        QTest::newRow("flash video") << "extension" << "video/flv" << "flv";
-        QTest::newRow("mpeg audio") << "extension" << "audio/mpeg" << "mp3";
-        QTest::newRow("quicktime") << "extension" << "video/quicktime; codecs=x" << "mov";
-        QTest::newRow("not media") << "extension" << "application/octet-stream" << "mp4";
-        QTest::newRow("tool's error lines") << "complaint" << "warning\nERROR: HTTP 403\nlast" << "ERROR: HTTP 403";
-        QTest::newRow("tool's last line") << "complaint" << "one\ntwo\n" << "two";
-        QTest::newRow("transfer address") << "address" << " http://a/http://b " << "a/b";
+        QTest::newRow("type clean-up") << "type"
+                                       << "video/x-flv\r\nmore"
+                                       << "video/flv";
+        QTest::newRow("type at a line break") << "type"
+                                              << "\r\nvideo/mp4"
+                                              << "\r\nvideo/mp4";
+        QTest::newRow("1 MiB") << "size"
+                               << "1048576"
+                               << "1.00 MB";
+        QTest::newRow("row columns") << "row"
+                                     << "7. 12:00:01"
+                                     << "7. 12:00:01           video/mp4     2.50 MB";
+        QTest::newRow("version, final dot") << "version"
+                                            << "Updated yt-dlp to 2015.11.13."
+                                            << "2015.11.1";
+        QTest::newRow("version, dots only") << "version"
+                                            << "done... v1.2.3"
+                                            << "last";
+        QTest::newRow("version, plus kept") << "version"
+                                            << "is up to date (2023.03.04+dfsg)"
+                                            << "2023.03.04+";
+        QTest::newRow("no version") << "notice"
+                                    << "last"
+                                    << "Vidorra 2 is up-to-date";
+        QTest::newRow("a version") << "notice"
+                                   << "2015.11.13"
+                                   << "Vidorra 2 2015.11.13 is up-to-date";
+        QTest::newRow("mp4 video") << "extension"
+                                   << "video/mp4"
+                                   << "mp4";
+        QTest::newRow("flash video") << "extension"
+                                     << "video/flv"
+                                     << "flv";
+        QTest::newRow("mpeg audio") << "extension"
+                                    << "audio/mpeg"
+                                    << "mp3";
+        QTest::newRow("quicktime") << "extension"
+                                   << "video/quicktime; codecs=x"
+                                   << "mov";
+        QTest::newRow("not media") << "extension"
+                                   << "application/octet-stream"
+                                   << "mp4";
+        QTest::newRow("tool's error lines") << "complaint"
+                                            << "warning\nERROR: HTTP 403\nlast"
+                                            << "ERROR: HTTP 403";
+        QTest::newRow("tool's last line") << "complaint"
+                                          << "one\ntwo\n"
+                                          << "two";
+        QTest::newRow("transfer address") << "address"
+                                          << " http://a/http://b "
+                                          << "a/b";
     }
     void rules()
     {
@@ -125,8 +171,8 @@ private slots:
         report("media.example/first.flv", 100000, "video/x-flv");
         report("media.example/first.flv", 200000);
         report("other.example/same-size.mp4", 100000);
-        QCOMPARE(rows(), QStringList{SniffedRules::rowText("1. " + sniffer->sniffedEntries[0].time, "video/flv",
-                                                           "0.10 MB")});
+        QCOMPARE(rows(),
+                 QStringList{SniffedRules::rowText("1. " + sniffer->sniffedEntries[0].time, "video/flv", "0.10 MB")});
         QCOMPARE(sniffer->sniffedEntries[0].url, QString("http://media.example/first.flv"));
         QCOMPARE(square(0), QColor(0xe0, 0x45, 0x3a).rgb());
 
@@ -151,7 +197,11 @@ private slots:
         sniffer->onClickOldSnifferListItem(list()->item(1));
         QVERIFY(sniffer->uiOldSniffer->pbPreview->isEnabled());
 
-        // Remove flashes its pressed look, then takes the current row away.
+        // Remove flashes its pressed look, then takes the current row away
+        // (once, however often the page was opened).
+        QTest::mouseClick(sniffer->uiNavigation->btnBack, Qt::LeftButton);
+        QTest::mouseClick(sniffer->uiNavigation->btnSniffer, Qt::LeftButton);
+        list()->setCurrentRow(1);
         const QString removed = list()->currentItem()->text();
         QTest::mouseClick(sniffer->uiOldSniffer->pbRemove, Qt::LeftButton);
         const QImage pressed = QIcon(":btnRemoveOSNclc").pixmap(24, 24).toImage();
@@ -188,7 +238,8 @@ private slots:
         closeNextMessage(&boxTitle, &boxText);
         QTest::mouseClick(sniffer->uiOldSniffer->pbDownloadAudio, Qt::LeftButton);
         QVERIFY(waitFor([&] { return !boxText.isEmpty(); }));
-        QVERIFY2(boxText.startsWith("Not saved.") && boxText.contains("<li>The downloader ended with exit code 1.</li>"),
+        QVERIFY2(boxText.startsWith("Not saved.") &&
+                     boxText.contains("<li>The downloader ended with exit code 1.</li>"),
                  qPrintable(boxText));
         QCOMPARE(square(0), QColor(0xe0, 0x45, 0x3a).rgb());
         QCOMPARE(finished.size(), 1);
@@ -197,6 +248,18 @@ private slots:
         // A cancelled dialog changes nothing.
         answerNextModal([](QWidget *w) { qobject_cast<QDialog *>(w)->reject(); });
         QCOMPARE(sniffer->onClickOldSnifferDownload(), QString());
+
+        // An audio save leaves a plain ".mp3" copy beside the file.
+        emit sniffer->downloadFinished(work.path() + "/My clip.mp4");
+        QCOMPARE(QFileInfo(work.path() + "/My clip.mp3").size(), QFileInfo(clip).size());
+
+        // Closing the window during a save leaves nothing of it.
+        scenario("[download]\npart: 4096\nhang\n");
+        answerSaveDialog("Unfinished");
+        QTest::mouseClick(sniffer->uiOldSniffer->pbDownloadVideo, Qt::LeftButton);
+        QVERIFY(waitFor([&] { return QFile::exists(work.path() + "/Unfinished.mp4.part"); }));
+        sniffer.reset();
+        QCOMPARE(QDir(work.path()).entryList({"Unfinished*"}), QStringList());
     }
 
     void updateNoticeAndSelfTest()
