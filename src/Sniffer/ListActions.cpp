@@ -49,9 +49,14 @@ void Sniffer::onClickOldSnifferPreview()
     const int index = currentEntry(uiOldSniffer->mediaList, sniffedCount);
     if (index < 0 || sniffedEntries[index].url.isEmpty())
         return;
-    const QString player = QDir::toNativeSeparators(QCoreApplication::applicationDirPath() + QStringLiteral("/ffplay"));
+    // Played on its own, not waited for; what it prints is not ours to show.
+    QProcess player;
+    player.setProgram(QDir::toNativeSeparators(QCoreApplication::applicationDirPath() + QStringLiteral("/ffplay")));
+    player.setArguments({sniffedEntries[index].url.trimmed()});
+    player.setStandardOutputFile(QProcess::nullDevice());
+    player.setStandardErrorFile(QProcess::nullDevice());
     qint64 pid = 0;
-    if (QProcess::startDetached(player, {sniffedEntries[index].url.trimmed()}, QString(), &pid))
+    if (player.startDetached(&pid))
         lastPreviewPid = pid;
 }
 
