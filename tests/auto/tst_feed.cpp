@@ -1,6 +1,5 @@
-// The feed: the rules for one message, the lines of the program's socket,
-// the native messaging host fed as a browser feeds it (and starting the
-// program when nobody listens), and vidorra2-sniff.
+// The feed: message rules, the socket's lines, the native messaging host fed
+// as a browser feeds it (starting the program when nobody listens), vidorra2-sniff.
 #include "Feed/LineReader.h"
 #include "Feed/Report.h"
 #include "Feed/SniffServer.h"
@@ -27,20 +26,18 @@ QByteArray report(const QString &url, const QString &size = QStringLiteral("1234
     return QString::fromLatin1(json).arg(url, size).toUtf8().replace("\"#", "").replace("#\"", "");
 }
 
-// Notes each report the server passes on as "address source size type".
+// Notes each report the server passes on as "address source size type";
+// received() is what report() sent, noted so.
 void collect(SniffServer &server, QStringList *reports)
 {
-    QObject::connect(
-        &server, &SniffServer::reportReceived,
-        [reports](const QString &address, const QString &source, const QString &size, const QString &type) {
-            *reports << QStringList{address, source, size, type}.join(QLatin1Char(' '));
-        });
+    QObject::connect(&server, &SniffServer::reportReceived,
+                     [reports](const QString &a, const QString &b, const QString &c, const QString &d) {
+                         *reports << QStringList{a, b, c, d}.join(' ');
+                     });
 }
-
-// What report() sent, as collect() notes it.
 QString received(const QString &address)
 {
-    return address + QStringLiteral(" http://page.example/ 123456 video/webm");
+    return address + " http://page.example/ 123456 video/webm";
 }
 
 // This program run as "vidorra2" stands in for the program the host starts:

@@ -13,9 +13,8 @@
 #include "ui_Settings.h"
 #include "ui_Sniffer.h"
 
-// The sniffed media list of the real window (offscreen): its rules, the
-// queue, the buttons with the stand-in downloader, the update notice and
-// the self-test.
+// The sniffed media list of the real window (offscreen): rules, queue, buttons
+// with the stand-in downloader, the update notice and the self-test.
 class SniffedListTest : public QObject
 {
     Q_OBJECT
@@ -95,7 +94,6 @@ private slots:
             {"version, dots only", "version", "done... v1.2.3", "last"},
             {"version, plus kept", "version", "is up to date (2023.03.04+dfsg)", "2023.03.04+"},
             {"no version", "notice", "last", "Vidorra 2 is up-to-date"},
-            {"a version", "notice", "2015.11.13", "Vidorra 2 2015.11.13 is up-to-date"},
             {"mp4 video", "extension", "video/mp4", "mp4"},
             {"flash video", "extension", "video/flv", "flv"},
             {"mpeg audio", "extension", "audio/mpeg", "mp3"},
@@ -265,17 +263,6 @@ private slots:
         closeNextMessage(&boxTitle, &boxText);
         sniffer->testSniffer();
         QVERIFY(boxText.contains("<b>error #8:9</b>"));
-    }
-
-    void connectingTheAddOnWritesTheHostManifests()
-    {
-        closeNextMessage(&boxTitle, &boxText);
-        sniffer->connectBrowserAddOn();
-        QCOMPARE(boxTitle, QString("Browser add-on"));
-        QFile manifest(QDir::homePath() + "/.config/chromium/NativeMessagingHosts/org.vidorra2.sniffer.json");
-        QVERIFY(manifest.open(QIODevice::ReadOnly));
-        QCOMPARE(QJsonDocument::fromJson(manifest.readAll())["path"].toString(),
-                 QFileInfo(toolFolder() + "/vidorra2-sniffer-host").absoluteFilePath());
     }
 
     void addressMenuOfOtherSites()

@@ -1,8 +1,7 @@
-// From a real Chromium to a saved file: a page served on 127.0.0.1 plays a
-// clip, the add-on reports it through the native messaging host (connected
-// by the program's own help-menu command), the row shows in the sniffed list
-// of the window, Preview plays it with the real ffplay, and Download video
-// saves it with the real launcher and yt-dlp.
+// From a real Chromium to a saved file: a page on 127.0.0.1 plays a clip, the
+// add-on reports it through the host (connected by the program's own command),
+// the row shows in the window's list, Preview plays it with the real ffplay,
+// and Download video saves it with the real launcher and yt-dlp.
 #include "TestSupport.h"
 
 #include <QtWidgets>
@@ -13,9 +12,8 @@
 #include "ui_OldSniffer.h"
 #include "ui_Settings.h"
 
-// Debian's Chromium (its own binary, without the flags of its wrapper) with
-// the add-on, in a session of its own so that every process it starts ends
-// with it. A second start on the same profile opens a tab in the first.
+// Debian's Chromium (without its wrapper's flags) with the add-on, in a session
+// of its own so that all it starts ends with it; a second start opens a tab.
 class Chromium
 {
 public:
@@ -30,10 +28,9 @@ public:
                        "--disable-background-networking --disable-component-update --disable-sync --disable-quic "
                        "--disable-dev-shm-usage --password-store=basic "
                        "--disable-features=DisableLoadExtensionCommandLineSwitch "
-                       "--load-extension=" VIDORRA_SOURCE_DIR "/extension --user-data-dir=")
+                       "--load-extension=" VIDORRA_SOURCE_DIR "/extension")
                    .split(' ')
-                   .replaceInStrings(QRegularExpression("=$"), "=" + profile)
-               << url;
+               << "--user-data-dir=" + profile << url;
     }
     bool open(const QString &url)
     {
