@@ -258,6 +258,9 @@ private slots:
             sniffer->mirelSetDefaultURL();
             QCOMPARE(sniffer->uiInsertURL->inputURL->text(), QString(expected));
         }
+        // The field's clear button fades in; its animation goes only when done.
+        for (QToolButton *button : sniffer->uiInsertURL->inputURL->findChildren<QToolButton *>())
+            QVERIFY(waitFor([button] { return button->property("opacity").toReal() == 1.0; }));
 
         sniffer->appSettings.tables["test_sniffer"].clear();
         closeNextMessage(&boxTitle, &boxText);

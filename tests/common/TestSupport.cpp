@@ -44,7 +44,7 @@ void closeStuckModal(QWidget *modal, const char *why)
 void answerNextModal(std::function<void(QWidget *)> action, int timeoutMs)
 {
     ++pendingAnswers;
-    auto *timer = new QTimer;
+    auto *timer = new QTimer(QCoreApplication::instance()); // freed with the application when nothing came
     auto clock = std::make_shared<QElapsedTimer>();
     clock->start();
     QObject::connect(timer, &QTimer::timeout, [timer, clock, action, timeoutMs]() {
