@@ -33,6 +33,15 @@ bool spin(const std::function<bool()> &done)
     return true;
 }
 
+void usePrivateHome(const QString &home)
+{
+    qputenv("HOME", home.toLocal8Bit());
+    qputenv("XDG_DATA_HOME", (home + "/share").toLocal8Bit());
+    qputenv("XDG_CONFIG_HOME", (home + "/config").toLocal8Bit());
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+}
+
 double seconds(const QElapsedTimer &clock)
 {
     return clock.nsecsElapsed() / 1e9;
@@ -83,10 +92,10 @@ double measure(const char *name, const Pair &pair, int runs)
         directTimes << d;
         ratios << e / d;
         out() << QStringLiteral("  %1 run %2: engine %3 s, direct %4 s\n")
-                   .arg(QLatin1String(name))
-                   .arg(i + 1)
-                   .arg(e, 0, 'f', 3)
-                   .arg(d, 0, 'f', 3);
+                     .arg(QLatin1String(name))
+                     .arg(i + 1)
+                     .arg(e, 0, 'f', 3)
+                     .arg(d, 0, 'f', 3);
         out().flush();
     }
     // The ratio is taken within each pair, so that a change of load on the
@@ -94,17 +103,16 @@ double measure(const char *name, const Pair &pair, int runs)
     const double me = median(engineTimes), md = median(directTimes);
     const double ratio = median(ratios);
     out() << QStringLiteral("%1: engine %2 s, direct %3 s, ratio %4 (median of %5 paired runs; "
-                          "ratio of the medians %6)\n")
-               .arg(QLatin1String(name))
-               .arg(me, 0, 'f', 3)
-               .arg(md, 0, 'f', 3)
-               .arg(ratio, 0, 'f', 3)
-               .arg(runs)
-               .arg(me / md, 0, 'f', 3);
+                            "ratio of the medians %6)\n")
+                 .arg(QLatin1String(name))
+                 .arg(me, 0, 'f', 3)
+                 .arg(md, 0, 'f', 3)
+                 .arg(ratio, 0, 'f', 3)
+                 .arg(runs)
+                 .arg(me / md, 0, 'f', 3);
     out().flush();
     return ratio;
 }
-
 
 double titleAndFormatsDirect(const QString &launcher, const QString &page)
 {

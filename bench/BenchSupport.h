@@ -46,6 +46,10 @@ double titleAndFormatsDirect(const QString &launcher, const QString &page);
 // ("http://127.0.0.1:PORT/") or an empty string.
 QString startMediaServer(QProcess &server, const QString &dir);
 
+// Points HOME and the XDG folders into `home`, so the program's settings and
+// data never touch the user's, and runs the window offscreen unless told.
+void usePrivateHome(const QString &home);
+
 // "--media DIR" and "--runs N" (at least 5).
 void parseArguments(const QStringList &args, QString *mediaDir, int *runs);
 

@@ -39,9 +39,9 @@ int main(int argc, char **argv)
     int runs = 5;
     int exitCode = 0;
     QProcess server;
-    const QString base = serveMedia(server, app.arguments(), QStringLiteral("big.mp4"),
-                                    "bench_engine --media DIR [--runs N]  (DIR with watch.html, big.mp4)", &mediaDir,
-                                    &runs, &exitCode);
+    const QString base =
+        serveMedia(server, app.arguments(), QStringLiteral("big.mp4"),
+                   "bench_engine --media DIR [--runs N]  (DIR with watch.html, big.mp4)", &mediaDir, &runs, &exitCode);
     if (base.isEmpty())
         return exitCode;
     const QString page = base + QStringLiteral("watch.html");
@@ -131,7 +131,8 @@ int main(int argc, char **argv)
     conversion.direct = [&] {
         QElapsedTimer clock;
         clock.start();
-        QProcess *p = startDirect(ffmpeg, DownloaderRules::ffmpegArguments(input, audio));
+        QProcess *p =
+            startDirect(ffmpeg, DownloaderRules::ffmpegArguments(input, audio, Downloader::fromAudioExtraction));
         spin([&] { return finishedOk(p); });
         const double s = seconds(clock);
         delete p;

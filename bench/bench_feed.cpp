@@ -50,11 +50,7 @@ double percentile(QList<double> v, double p)
 int main(int argc, char **argv)
 {
     QTemporaryDir home;
-    qputenv("HOME", home.path().toLocal8Bit());
-    qputenv("XDG_DATA_HOME", (home.path() + "/share").toLocal8Bit());
-    qputenv("XDG_CONFIG_HOME", (home.path() + "/config").toLocal8Bit());
-    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
-        qputenv("QT_QPA_PLATFORM", "offscreen");
+    usePrivateHome(home.path());
     QApplication app(argc, argv);
     Q_INIT_RESOURCE(vidorra);
     if (!qEnvironmentVariableIsSet("VIDORRA_BENCH_LOG"))

@@ -31,11 +31,7 @@ using namespace Bench;
 int main(int argc, char **argv)
 {
     QTemporaryDir home;
-    qputenv("HOME", home.path().toLocal8Bit());
-    qputenv("XDG_DATA_HOME", (home.path() + "/share").toLocal8Bit());
-    qputenv("XDG_CONFIG_HOME", (home.path() + "/config").toLocal8Bit());
-    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
-        qputenv("QT_QPA_PLATFORM", "offscreen");
+    usePrivateHome(home.path());
     QApplication app(argc, argv);
     Q_INIT_RESOURCE(vidorra);
     QLoggingCategory::setFilterRules(QStringLiteral("*.debug=false\n*.warning=false\ndefault.critical=false"));
@@ -44,9 +40,9 @@ int main(int argc, char **argv)
     int runs = 5;
     int exitCode = 0;
     QProcess server;
-    const QString base = serveMedia(server, app.arguments(), QStringLiteral("watch.html"),
-                                    "bench_window --media DIR [--runs N]  (DIR with watch.html)", &mediaDir, &runs,
-                                    &exitCode);
+    const QString base =
+        serveMedia(server, app.arguments(), QStringLiteral("watch.html"),
+                   "bench_window --media DIR [--runs N]  (DIR with watch.html)", &mediaDir, &runs, &exitCode);
     if (base.isEmpty())
         return exitCode;
     const QString page = base + QStringLiteral("watch.html");

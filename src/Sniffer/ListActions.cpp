@@ -68,26 +68,27 @@ void Sniffer::onClickOldSnifferRemove()
         RemoveAt(index);
 }
 
+// The list's own save buttons: the entry is saved in the kind of the
+// button, and the list hears of the file once it is complete.
+static void saveCurrentEntry(Sniffer *sniffer, QPushButton *button, const QString &icon, int kind)
+{
+    flash(sniffer, button, icon);
+    sniffer->snifferSaveMode = kind;
+    const int index = currentEntry(sniffer->uiOldSniffer->mediaList, sniffer->sniffedCount);
+    sniffer->announceSniffedDownload = true;
+    if (index >= 0)
+        sniffer->DownloadYouTubeVideoFromSniffedURL(index);
+    sniffer->announceSniffedDownload = false;
+}
+
 void Sniffer::onClickOldSnifferDownloadVideo()
 {
-    flash(this, uiOldSniffer->pbDownloadVideo, QStringLiteral(":btnVideoOSN"));
-    snifferSaveMode = DownloadRules::KindVideo;
-    const int index = currentEntry(uiOldSniffer->mediaList, sniffedCount);
-    announceSniffedDownload = true;
-    if (index >= 0)
-        DownloadYouTubeVideoFromSniffedURL(index);
-    announceSniffedDownload = false;
+    saveCurrentEntry(this, uiOldSniffer->pbDownloadVideo, QStringLiteral(":btnVideoOSN"), DownloadRules::KindVideo);
 }
 
 void Sniffer::onClickOldSnifferDownloadAudio()
 {
-    flash(this, uiOldSniffer->pbDownloadAudio, QStringLiteral(":btnAudioOSN"));
-    snifferSaveMode = DownloadRules::KindAudio;
-    const int index = currentEntry(uiOldSniffer->mediaList, sniffedCount);
-    announceSniffedDownload = true;
-    if (index >= 0)
-        DownloadYouTubeVideoFromSniffedURL(index);
-    announceSniffedDownload = false;
+    saveCurrentEntry(this, uiOldSniffer->pbDownloadAudio, QStringLiteral(":btnAudioOSN"), DownloadRules::KindAudio);
 }
 
 QString Sniffer::onClickOldSnifferDownload()
