@@ -103,10 +103,12 @@ QString Sniffer::DownloadYouTubeVideoFromSniffedURL(int index)
     const QString extension = snifferSaveMode == DownloadRules::KindAudio
                                   ? QStringLiteral("mp3")
                                   : SniffedRules::extensionForType(sniffedEntries[index].type);
-    const QString path = GetSaveAsFullPath(extension);
-    if (path.isEmpty() || index >= sniffedCount)
-        return QString();
+    // New reports may move the entries while the dialog is open: the entry
+    // is found again by its address.
     const QString url = sniffedEntries[index].url;
+    const QString path = GetSaveAsFullPath(extension);
+    if (path.isEmpty())
+        return QString();
 
     // A save started by the list's buttons is announced once the file is complete.
     const bool announce = announceSniffedDownload;
@@ -132,7 +134,7 @@ QString Sniffer::DownloadYouTubeVideoFromSniffedURL(int index)
         appSettings.errorDetails << why.split(QLatin1Char('\n'));
         showErrorMessage(9, FlagError);
     });
-    SetDownloadState(index, 1);
+    SetDownloadState(FindByURL(url), 1);
     uiOldSniffer->pbDownloadVideo->setEnabled(false);
     transfer->start();
     return path;
