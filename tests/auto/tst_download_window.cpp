@@ -191,15 +191,15 @@ private slots:
         QVERIFY(sniffer->uiOptions->listFormats->isHidden() && sniffer->uiOptions->btnDownloadVideo->isHidden());
         QVERIFY(sniffer->uiOptions->btnDownloadAudio->isVisible());
         // The next address lists 10,001 formats: the video button is back, the list scrolls inside the screen.
+        // Each read stands alone and the list holds the last: the final 70 rows come in one (atomic) write.
         QString listing;
         for (int code = 1; code <= 10001; ++code)
-            listing += QString::number(code) + " mp4 640x360 medium , avc1.42001E, mp4a.40.2@ 96k\\n";
+            listing += QString::number(code) + " mp4 640x360 medium\\n" + (code == 9931 ? "\nout: " : "");
         scenario("[formats]\nout: " + listing + "\n");
         enter("http://127.0.0.1:9/watch.html", sniffer->uiNavigation->btnDownloaderOS);
         QVERIFY(waitForPage(sniffer->uiOptions->listFormats));
-        // Each read stands alone, so the list holds the rows of the last one: still hundreds.
         QListWidget *list = sniffer->uiOptions->listFormats;
-        QVERIFY(list->count() > 100 && list->verticalScrollBar()->maximum() > 0);
+        QVERIFY(list->count() >= 70 && list->verticalScrollBar()->maximum() > 0);
         QVERIFY(sniffer->frameGeometry().height() <= QGuiApplication::primaryScreen()->availableGeometry().height());
         QVERIFY(sniffer->uiOptions->btnDownloadVideo->isVisible());
     }
