@@ -4,6 +4,7 @@
 #include "Feed/SocketPath.h"
 
 #include <QDebug>
+#include <QElapsedTimer>
 #include <QFileInfo>
 #include <QProcess>
 #include <QThread>
@@ -12,7 +13,6 @@ namespace Feed {
 
 namespace {
 constexpr int startTimeoutMs = 20000;
-constexpr int restartPauseMs = 30000;
 constexpr int writeTimeoutMs = 5000;
 } // namespace
 
@@ -88,10 +88,11 @@ bool Delivery::connectToProgram()
 {
     if (tryConnect(2000))
         return true;
-    if (program.isEmpty() || (lastStart.isValid() && lastStart.elapsed() < restartPauseMs) || !startProgram())
+    if (program.isEmpty() || startedDeaf || !startProgram())
         return false;
-    lastStart.start();
-    while (lastStart.elapsed() < startTimeoutMs) {
+    QElapsedTimer started;
+    started.start();
+    while (started.elapsed() < startTimeoutMs) {
         if (tryConnect(1000)) {
             // Started by us: the list opens before its first report comes.
             queue.prepend(showListLine());
@@ -103,6 +104,7 @@ bool Delivery::connectToProgram()
                << ":"
                << "program does not listen"
                << ":" << program << socketPath();
+    startedDeaf = true;
     return false;
 }
 

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <QByteArray>
-#include <QElapsedTimer>
 #include <QList>
 #include <QLocalSocket>
 #include <QString>
@@ -39,7 +38,7 @@ private:
     QString program;
     QLocalSocket socket;
     QList<QByteArray> queue;
-    QElapsedTimer lastStart; // a program that never answered is not started again at once
+    bool startedDeaf = false; // a program that never listened is not started again
     int droppedLines = 0;
 };
 

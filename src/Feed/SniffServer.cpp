@@ -29,7 +29,8 @@ bool SniffServer::listen()
     const QString path = Feed::socketPath();
     QDir().mkpath(QFileInfo(path).path());
     // Listening replaces the socket file, so ask first whether someone
-    // still answers on it.
+    // still answers on it. A local connection is accepted or refused at
+    // once, however busy the other side is: this does not wait.
     QLocalSocket probe;
     probe.connectToServer(path);
     if (probe.waitForConnected(1000)) {
