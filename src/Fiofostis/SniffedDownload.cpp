@@ -1,6 +1,7 @@
 #include "Fiofostis/SniffedDownload.h"
 
 #include "Fiofostis/DownloaderRules.h"
+#include "Platform/Platform.h"
 
 #include <QCoreApplication>
 #include <QDebug>
@@ -9,10 +10,11 @@
 
 #include <utility>
 
-SniffedDownload::SniffedDownload(const QString &address, const QString &path, QObject *parent)
+SniffedDownload::SniffedDownload(const QString &address, const QString &path, bool audioOnly, QObject *parent)
     : QObject(parent)
     , address(address)
     , path(path)
+    , audioOnly(audioOnly)
 {
 }
 
@@ -23,16 +25,23 @@ SniffedDownload::~SniffedDownload()
 
 void SniffedDownload::start()
 {
-    const QStringList args{address, QStringLiteral("-o"), path, QStringLiteral("--format"), QStringLiteral("0")};
+    const QStringList args{address, QStringLiteral("-o"), transferPath(), QStringLiteral("--format"),
+                           QStringLiteral("0")};
     qDebug() << "src/Fiofostis/SniffedDownload.cpp" << __LINE__ << "start"
              << ":"
              << "Download file"
              << ":" << args;
+    run(DownloaderRules::launcherPath(QCoreApplication::applicationDirPath()), args);
+}
+
+void SniffedDownload::run(const QString &program, const QStringList &args)
+{
+    errorOutput.clear();
     process = new QProcess(this);
-    // Progress is not shown for these; the tool's complaints are.
+    // Progress is not shown for these; the tools' complaints are.
     process->setStandardOutputFile(QProcess::nullDevice());
     connect(process, &QProcess::readyReadStandardError, this,
-            [this] { errorOutput += process->readAllStandardError().right(16384); });
+            [this] { errorOutput = (errorOutput + process->readAllStandardError()).right(16384); });
     connect(process, QOverload<int, QProcess::ExitStatus>::of(&QProcess::finished), this,
             [this](int exitCode, QProcess::ExitStatus status) { end(status == QProcess::NormalExit ? exitCode : -1); });
     connect(process, &QProcess::errorOccurred, this, [this](QProcess::ProcessError error) {
@@ -40,7 +49,7 @@ void SniffedDownload::start()
             QMetaObject::invokeMethod(
                 this, [this] { end(127); }, Qt::QueuedConnection);
     });
-    process->start(DownloaderRules::launcherPath(QCoreApplication::applicationDirPath()), args, QIODevice::ReadOnly);
+    process->start(program, args, QIODevice::ReadOnly);
 }
 
 void SniffedDownload::stop()
@@ -52,9 +61,9 @@ void SniffedDownload::stop()
     child->kill();
     child->waitForFinished(5000);
     delete child;
-    // Only what the tool had written so far: a file the user chose to
-    // replace stays until the new one is complete.
     removePartialFiles();
+    if (converting)
+        QFile::remove(path);
 }
 
 void SniffedDownload::end(int exitCode)
@@ -64,9 +73,21 @@ void SniffedDownload::end(int exitCode)
         return;
     errorOutput += child->readAllStandardError();
     child->deleteLater();
-    if (exitCode == 0 && QFile::exists(path)) {
-        removePartialFiles();
-        emit finished(true, QString());
+    if (converting) {
+        endConversion(exitCode);
+        return;
+    }
+    if (exitCode == 0 && QFile::exists(transferPath())) {
+        if (!audioOnly) {
+            removePartialFiles();
+            emit finished(true, QString());
+            return;
+        }
+        // The sound alone, as for the audio of a site's download.
+        converting = true;
+        QStringList args{QStringLiteral("-v"), QStringLiteral("error")};
+        args << DownloaderRules::ffmpegArguments(transferPath(), path, Downloader::fromAudioExtraction);
+        run(DownloaderRules::ffmpegPath(QCoreApplication::applicationDirPath(), Platform::ffmpegBuild()), args);
         return;
     }
     qCritical() << "!!! ERROR: "
@@ -78,8 +99,33 @@ void SniffedDownload::end(int exitCode)
     emit finished(false, DownloaderRules::toolComplaint(errorOutput, exitCode));
 }
 
+void SniffedDownload::endConversion(int exitCode)
+{
+    removePartialFiles();
+    if (exitCode == 0 && QFile::exists(path)) {
+        emit finished(true, QString());
+        return;
+    }
+    qCritical() << "!!! ERROR: "
+                << "src/Fiofostis/SniffedDownload.cpp" << __LINE__ << "endConversion"
+                << ":"
+                << "exitCode"
+                << ":" << exitCode;
+    QFile::remove(path);
+    const QString said = QString::fromUtf8(errorOutput).trimmed();
+    emit finished(false, said.isEmpty() ? QStringLiteral("ffmpeg ended with exit code %1.").arg(exitCode)
+                                        : QStringLiteral("ffmpeg: ") + said.section(QLatin1Char('\n'), -3));
+}
+
 void SniffedDownload::removePartialFiles() const
 {
-    QFile::remove(path + QStringLiteral(".part"));
-    QFile::remove(path + QStringLiteral(".ytdl"));
+    QFile::remove(transferPath() + QStringLiteral(".part"));
+    QFile::remove(transferPath() + QStringLiteral(".ytdl"));
+    if (audioOnly)
+        QFile::remove(transferPath());
+}
+
+QString SniffedDownload::transferPath() const
+{
+    return audioOnly ? path + QStringLiteral(".media") : path;
 }

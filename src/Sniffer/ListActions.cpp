@@ -9,6 +9,8 @@
 #include <QTimer>
 #include <QUrl>
 
+#include <algorithm>
+
 #include "Fiofostis/SniffedDownload.h"
 #include "Sniffer/DownloadRules.h"
 #include "Sniffer/SniffedRules.h"
@@ -28,6 +30,10 @@ int currentEntry(const QListWidget *list, int count)
 // Every button of the list shows its pressed look for 300 ms.
 static void flash(Sniffer *sniffer, QPushButton *button, const QString &icon)
 {
+    // A button pressed within another's flash takes it over: the other one
+    // gets its own look back now.
+    if (sniffer->flashButton && sniffer->flashButton != button)
+        sniffer->flashButton->setIcon(QIcon(sniffer->flashIconPath));
     sniffer->flashButton = button;
     sniffer->flashIconPath = icon;
     sniffer->flashDone = false;
@@ -110,30 +116,36 @@ QString Sniffer::DownloadYouTubeVideoFromSniffedURL(int index)
     if (path.isEmpty())
         return QString();
 
-    // A save started by the list's buttons is announced once the file is complete.
+    // A save started by the list's buttons is announced once the file is
+    // complete, as the kind it was started in.
     const bool announce = announceSniffedDownload;
-    auto *transfer = new SniffedDownload(SniffedRules::transferAddress(url), path, this);
+    const int kind = snifferSaveMode;
+    auto *transfer =
+        new SniffedDownload(SniffedRules::transferAddress(url), path, kind == DownloadRules::KindAudio, this);
     sniffedDownloads.append(transfer);
-    connect(transfer, &SniffedDownload::finished, this, [this, transfer, url, announce](bool ok, const QString &why) {
-        sniffedDownloads.removeOne(transfer);
-        transfer->deleteLater();
-        SetDownloadState(FindByURL(url), ok ? 2 : 0);
-        uiOldSniffer->pbDownloadVideo->setEnabled(sniffedCount > 0);
-        if (ok) {
-            if (announce)
-                emit downloadFinished(transfer->path);
-            return;
-        }
-        const int line = __LINE__;
-        qCritical() << "!!! ERROR: "
-                    << "src/Sniffer/ListActions.cpp" << line << "DownloadYouTubeVideoFromSniffedURL"
-                    << ":" << transfer->path << ":" << why;
-        appSettings.errorDetails =
-            QStringList{QStringLiteral("src/Sniffer/ListActions.cpp"), QString::number(line),
-                        QStringLiteral("DownloadYouTubeVideoFromSniffedURL"), QDir::toNativeSeparators(transfer->path)};
-        appSettings.errorDetails << why.split(QLatin1Char('\n'));
-        showErrorMessage(9, FlagError);
-    });
+    connect(
+        transfer, &SniffedDownload::finished, this, [this, transfer, url, announce, kind](bool ok, const QString &why) {
+            sniffedDownloads.removeOne(transfer);
+            transfer->deleteLater();
+            SetDownloadState(FindByURL(url), ok ? 2 : 0);
+            uiOldSniffer->pbDownloadVideo->setEnabled(sniffedCount > 0 && sniffedDownloads.isEmpty());
+            if (ok) {
+                if (announce) {
+                    snifferSaveMode = kind;
+                    emit downloadFinished(transfer->path);
+                }
+                return;
+            }
+            const int line = __LINE__;
+            qCritical() << "!!! ERROR: "
+                        << "src/Sniffer/ListActions.cpp" << line << "DownloadYouTubeVideoFromSniffedURL"
+                        << ":" << transfer->path << ":" << why;
+            appSettings.errorDetails = QStringList{QStringLiteral("src/Sniffer/ListActions.cpp"), QString::number(line),
+                                                   QStringLiteral("DownloadYouTubeVideoFromSniffedURL"),
+                                                   QDir::toNativeSeparators(transfer->path)};
+            appSettings.errorDetails << why.split(QLatin1Char('\n'));
+            showErrorMessage(9, FlagError);
+        });
     SetDownloadState(FindByURL(url), 1);
     uiOldSniffer->pbDownloadVideo->setEnabled(false);
     transfer->start();
@@ -154,8 +166,12 @@ void Sniffer::onClickOldSnifferListItem()
 
 void Sniffer::initClickDownloadOS()
 {
+    // In the order of the settings' numbers.
     const QHash<int, QString> sites = appSettings.tables.value(QStringLiteral("os_urls"));
-    for (const QString &site : sites) {
+    QList<int> keys = sites.keys();
+    std::sort(keys.begin(), keys.end());
+    for (int key : qAsConst(keys)) {
+        const QString site = sites.value(key);
         auto *action = new QAction(site, this);
         action->setStatusTip(site);
         downloadOSMenu.append(menuItem{site, site, action});

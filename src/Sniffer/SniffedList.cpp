@@ -104,6 +104,8 @@ void Sniffer::RefreshList()
     }
     for (QPushButton *button : buttons)
         button->setEnabled(true);
+    // Download video waits for the list's saves under way.
+    uiOldSniffer->pbDownloadVideo->setEnabled(sniffedDownloads.isEmpty());
     list->setCurrentRow(0);
     onClickOldSnifferListItem();
 }

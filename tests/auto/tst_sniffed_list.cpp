@@ -183,31 +183,43 @@ private slots:
         QTest::mouseClick(sniffer->uiNavigation->btnSniffer, Qt::LeftButton);
         const QString clip = work.filePath("clip.mp4");
         QVERIFY(makeClip(clip, 1.0, true));
-        scenario("[download]\npart: 4096\nmedia: " + clip + "\n[download 2]\npart: 4096\nexit: 1\n");
+        scenario("[download]\npart: 4096\nmedia: " + clip +
+                 "\n[download 2]\npart: 4096\nexit: 1\n[download 3]\nmedia: " + clip + "\n");
         report("media.example/clip.mp4", 300000);
         sniffer->uiSettings->pathVideo->setText(work.path());
+        sniffer->uiSettings->pathAudio->setText(work.path());
         QSignalSpy finished(sniffer.get(), &Sniffer::downloadFinished);
 
         answerSaveDialog("My clip");
         QTest::mouseClick(sniffer->uiOldSniffer->pbDownloadVideo, Qt::LeftButton);
         QCOMPARE(square(0), QColor(0xf2, 0xc2, 0x30).rgb());
+        QVERIFY(!sniffer->uiOldSniffer->pbDownloadVideo->isEnabled());
+        report("media.example/other.mp4", 400000); // a new row leaves the save's button off
+        QVERIFY(!sniffer->uiOldSniffer->pbDownloadVideo->isEnabled());
         QVERIFY(waitFor([&] { return finished.size() == 1; }));
         QCOMPARE(finished.at(0).at(0).toString(), work.path() + "/My clip.mp4");
         QCOMPARE(streams(work.path() + "/My clip.mp4"), streams(clip));
-        QCOMPARE(square(0), QColor(0x3f, 0xbf, 0x5a).rgb());
+        QCOMPARE(square(1), QColor(0x3f, 0xbf, 0x5a).rgb());
+        sniffer->RemoveAt(1);
 
         // A failed save goes back to red, leaves nothing behind and says why.
-        sniffer->uiSettings->pathAudio->setText(work.path());
-        answerSaveDialog("Tune");
+        answerSaveDialog("Lost");
         closeNextMessage(&boxTitle, &boxText);
-        QTest::mouseClick(sniffer->uiOldSniffer->pbDownloadAudio, Qt::LeftButton);
+        QTest::mouseClick(sniffer->uiOldSniffer->pbDownloadVideo, Qt::LeftButton);
         QVERIFY(waitFor([&] { return !boxText.isEmpty(); }));
         QVERIFY2(boxText.startsWith("Not saved.") &&
                      boxText.contains("<li>The downloader ended with exit code 1.</li>"),
                  qPrintable(boxText));
         QCOMPARE(square(0), QColor(0xe0, 0x45, 0x3a).rgb());
         QCOMPARE(finished.size(), 1);
-        QCOMPARE(QDir(work.path()).entryList({"Tune*"}), QStringList());
+        QCOMPARE(QDir(work.path()).entryList({"Lost*"}), QStringList());
+
+        // An audio save holds the sound alone.
+        answerSaveDialog("Tune");
+        QTest::mouseClick(sniffer->uiOldSniffer->pbDownloadAudio, Qt::LeftButton);
+        QVERIFY(waitFor([&] { return finished.size() == 2; }));
+        QCOMPARE(QDir(work.path()).entryList({"Tune*"}), QStringList{"Tune.mp3"});
+        QCOMPARE(streams(work.path() + "/Tune.mp3"), QString("mp3=audio"));
 
         // A cancelled dialog changes nothing.
         answerNextModal([](QWidget *w) { qobject_cast<QDialog *>(w)->reject(); });
