@@ -100,6 +100,11 @@ class LauncherTest(unittest.TestCase):
                 self.assertNotRegex(progress[0], r"^\[download\]\s+0(\.0)?%")  # read as the program does
                 self.assertRegex(progress[-1], r"^\[download\]\s+100(\.0)?%")
 
+    def test_address_without_scheme(self):
+        """A sniffed address comes without its scheme, whatever its query holds."""
+        r = run(self.base[len("http://"):] + "clip.mp4?from=http://x", "-o", os.path.join(self.dir, "s.mp4"), "--format", "0")
+        self.assertEqual((r.returncode, os.path.getsize(os.path.join(self.dir, "s.mp4")) > 100000), (0, True), r.stderr)
+
     def test_kill_stops_the_transfer(self):
         """Data goes to PATH.part; killing the launcher (the program's stop) stops the transfer."""
         path = os.path.join(self.dir, "slow.mp4")
@@ -145,7 +150,7 @@ class LauncherTest(unittest.TestCase):
             r = run(url, "-o", path, "--format", fmt, tool=fake)
             self.assertEqual(r.returncode, 0, r.stderr)
             args = json.loads(r.stdout)
-            self.assertEqual(args[-2:], ["--", url])
+            self.assertEqual(args[-2:], ["--", "http://" + url])  # no scheme of its own
             self.assertTrue("--ignore-config" in args and "--update" not in args, args)
             self.assertEqual(args[args.index("--format") + 1], selector)
             template = args[args.index("--output") + 1]
