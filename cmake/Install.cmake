@@ -14,10 +14,11 @@ install(DIRECTORY ${PROJECT_SOURCE_DIR}/extension/ DESTINATION ${VIDORRA_INSTALL
         PATTERN "*.svg" EXCLUDE)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/deploy/help/ DESTINATION ${VIDORRA_INSTALL_DIR}/help)
 vidorra_install_tool_links(${VIDORRA_INSTALL_DIR})
+file(RELATIVE_PATH VIDORRA_FROM_BIN ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR}/vidorra2)
 foreach(program vidorra2 vidorra2-sniff)
     install(CODE "set(bin \$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_BINDIR})
         file(MAKE_DIRECTORY \${bin})
-        file(CREATE_LINK ../${VIDORRA_INSTALL_DIR}/${program} \${bin}/${program} SYMBOLIC)")
+        file(CREATE_LINK ${VIDORRA_FROM_BIN}/${program} \${bin}/${program} SYMBOLIC)")
 endforeach()
 
 # The manifests name the host by its absolute path: the prefix is the one

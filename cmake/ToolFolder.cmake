@@ -1,13 +1,16 @@
-# Lays out the external tools beside an executable folder, under the names
-# the program looks for: the launcher "run", the two ffmpeg builds, ffplay
-# and sox/sox. On this platform they are links to the system's programs.
+# The external tools under the names the program looks for beside its
+# executable (name=program): the two ffmpeg builds, ffplay and sox/sox. On
+# this platform they are links to the system's programs.
+find_program(VIDORRA_FFMPEG ffmpeg)
+find_program(VIDORRA_FFPLAY ffplay)
+find_program(VIDORRA_SOX sox)
+set(VIDORRA_TOOL_LINKS "ffmpeg7_311=${VIDORRA_FFMPEG}" "ffmpeg9_311=${VIDORRA_FFMPEG}"
+                       "ffplay=${VIDORRA_FFPLAY}" "sox/sox=${VIDORRA_SOX}")
+
+# Lays out the tools and the launcher "run" in an executable folder.
 function(vidorra_tool_folder dir launcher)
     file(MAKE_DIRECTORY ${dir} ${dir}/sox)
-    find_program(VIDORRA_FFMPEG ffmpeg)
-    find_program(VIDORRA_FFPLAY ffplay)
-    find_program(VIDORRA_SOX sox)
-    foreach(pair "ffmpeg7_311=${VIDORRA_FFMPEG}" "ffmpeg9_311=${VIDORRA_FFMPEG}"
-                 "ffplay=${VIDORRA_FFPLAY}" "sox/sox=${VIDORRA_SOX}" "run=${launcher}")
+    foreach(pair ${VIDORRA_TOOL_LINKS} "run=${launcher}")
         string(REPLACE "=" ";" parts "${pair}")
         list(GET parts 0 name)
         list(GET parts 1 target)
@@ -31,8 +34,7 @@ endfunction()
 # The same tool links as vidorra_tool_folder, made by `cmake --install` in
 # `destination` (relative to the install prefix).
 function(vidorra_install_tool_links destination)
-    foreach(pair "ffmpeg7_311=${VIDORRA_FFMPEG}" "ffmpeg9_311=${VIDORRA_FFMPEG}"
-                 "ffplay=${VIDORRA_FFPLAY}" "sox/sox=${VIDORRA_SOX}")
+    foreach(pair ${VIDORRA_TOOL_LINKS})
         string(REPLACE "=" ";" parts "${pair}")
         list(GET parts 0 name)
         list(GET parts 1 target)

@@ -19,7 +19,7 @@ namespace {
 // within a second.
 constexpr int queueIdleInterval = 250;
 constexpr int queueBusyInterval = 8;
-constexpr int listPageHeight = 170;
+constexpr int listPageHeights[] = {170, 320};
 } // namespace
 
 void Sniffer::initSniffedList()
@@ -52,13 +52,18 @@ void Sniffer::wakeUrlQueue()
         urlQueueTimer->start(queueBusyInterval);
 }
 
+void Sniffer::setListPageView(int view)
+{
+    if (uiOldSniffer->stackedWidget->currentIndex() == view)
+        return;
+    pageHeights.insert(ui->widgetOldSniffer, listPageHeights[view]);
+    ui->widgetOldSniffer->setFixedHeight(listPageHeights[view]);
+    uiOldSniffer->stackedWidget->setCurrentIndex(view);
+}
+
 void Sniffer::runOldSniffer()
 {
-    if (uiOldSniffer->stackedWidget->currentIndex() == 1) {
-        pageHeights.insert(ui->widgetOldSniffer, listPageHeight);
-        ui->widgetOldSniffer->setFixedHeight(listPageHeight);
-        uiOldSniffer->stackedWidget->setCurrentIndex(0);
-    }
+    setListPageView(0);
     showOldSniffer();
 }
 

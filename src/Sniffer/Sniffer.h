@@ -138,6 +138,8 @@ public:
     void initSniffedFeed();
     // Reports are waiting: look at the queue soon.
     void wakeUrlQueue();
+    // The list page shows the list alone (0) or the self-test's notice under it (1).
+    void setListPageView(int view);
 
 signals:
     void downloadFinished(QString);

@@ -11,11 +11,6 @@
 #include "Sniffer/Sniffer.h"
 #include "ui_InsertURL.h"
 #include "ui_OldSniffer.h"
-#include "ui_Sniffer.h"
-
-namespace {
-constexpr int testPageHeight = 320;
-}
 
 bool Sniffer::checkLastUpdateDate()
 {
@@ -58,15 +53,11 @@ void Sniffer::testSniffer()
                     << ":" << 8;
         appSettings.errorDetails = QStringList{
             QStringLiteral("src/Sniffer/TestSniffer"), QStringLiteral("9"), QStringLiteral("testSniffer"), {}};
-        showErrorMessage(static_cast<appFlag>(8));
+        showErrorMessage(8, FlagError);
         return;
     }
     // The list page grows to show the test notice under the list.
-    if (uiOldSniffer->stackedWidget->currentIndex() == 0) {
-        pageHeights.insert(ui->widgetOldSniffer, testPageHeight);
-        ui->widgetOldSniffer->setFixedHeight(testPageHeight);
-        uiOldSniffer->stackedWidget->setCurrentIndex(1);
-    }
+    setListPageView(1);
     showOldSniffer();
     QDesktopServices::openUrl(QUrl(address));
 }
