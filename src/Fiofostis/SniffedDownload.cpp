@@ -61,9 +61,7 @@ void SniffedDownload::stop()
     child->kill();
     child->waitForFinished(5000);
     delete child;
-    removePartialFiles();
-    if (converting)
-        QFile::remove(path);
+    discard();
 }
 
 void SniffedDownload::end(int exitCode)
@@ -90,31 +88,37 @@ void SniffedDownload::end(int exitCode)
         run(DownloaderRules::ffmpegPath(QCoreApplication::applicationDirPath(), Platform::ffmpegBuild()), args);
         return;
     }
-    qCritical() << "!!! ERROR: "
-                << "src/Fiofostis/SniffedDownload.cpp" << __LINE__ << "end"
-                << ":"
-                << "exitCode"
-                << ":" << exitCode;
-    removePartialFiles();
-    emit finished(false, DownloaderRules::toolComplaint(errorOutput, exitCode));
+    fail(exitCode, DownloaderRules::toolComplaint(errorOutput, exitCode));
 }
 
 void SniffedDownload::endConversion(int exitCode)
 {
-    removePartialFiles();
     if (exitCode == 0 && QFile::exists(path)) {
+        removePartialFiles();
         emit finished(true, QString());
         return;
     }
+    const QString said = QString::fromUtf8(errorOutput).trimmed();
+    fail(exitCode, said.isEmpty() ? QStringLiteral("ffmpeg ended with exit code %1.").arg(exitCode)
+                                  : QStringLiteral("ffmpeg: ") + said.section(QLatin1Char('\n'), -3));
+}
+
+void SniffedDownload::fail(int exitCode, const QString &message)
+{
     qCritical() << "!!! ERROR: "
-                << "src/Fiofostis/SniffedDownload.cpp" << __LINE__ << "endConversion"
+                << "src/Fiofostis/SniffedDownload.cpp" << __LINE__ << "fail"
                 << ":"
                 << "exitCode"
-                << ":" << exitCode;
-    QFile::remove(path);
-    const QString said = QString::fromUtf8(errorOutput).trimmed();
-    emit finished(false, said.isEmpty() ? QStringLiteral("ffmpeg ended with exit code %1.").arg(exitCode)
-                                        : QStringLiteral("ffmpeg: ") + said.section(QLatin1Char('\n'), -3));
+                << ":" << exitCode << (converting ? "ffmpeg" : "downloader");
+    discard();
+    emit finished(false, message);
+}
+
+void SniffedDownload::discard() const
+{
+    removePartialFiles();
+    if (converting)
+        QFile::remove(path);
 }
 
 void SniffedDownload::removePartialFiles() const

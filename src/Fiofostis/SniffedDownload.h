@@ -38,6 +38,10 @@ private:
     void run(const QString &program, const QStringList &args);
     void end(int exitCode);
     void endConversion(int exitCode);
+    void fail(int exitCode, const QString &message);
+    // Everything this save wrote: the tool's partial files and, once
+    // ffmpeg runs, its output.
+    void discard() const;
     void removePartialFiles() const;
     // Where the tool writes: the chosen file, or beside it while the sound
     // is still to be taken out.
