@@ -1,5 +1,6 @@
 #!/bin/sh
-# Builds and runs the benchmarks: the engine, the window, the feed.
+# Builds and runs the benchmarks: the engine, the window, the feed, the
+# screen recorder.
 #
 # Usage: bench/run-bench.sh BUILD_DIR [RUNS]
 #   BUILD_DIR  an existing build folder of the project (its native messaging
@@ -35,4 +36,6 @@ status=0
 "$build/bench/app/bench_engine" --media "$media" --runs "$runs" || status=1
 QT_QPA_PLATFORM=offscreen "$build/bench/app/bench_window" --media "$media" --runs "$runs" || status=1
 QT_QPA_PLATFORM=offscreen "$build/bench/app/bench_feed" --host "$build/app/vidorra2-sniffer-host" || status=1
+# The recorder grabs a real screen and records a sound server of its own.
+QT_QPA_PLATFORM=xcb xvfb-run -a -s "-screen 0 1440x900x24" "$build/bench/app/bench_recorder" --runs "$runs" || status=1
 exit $status

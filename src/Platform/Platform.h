@@ -34,6 +34,27 @@ QString programExecutable(const QString &folder);
 QStringList chromiumHostManifestFolders();
 QString firefoxHostManifestFolder();
 
+// Screen capture runs through ffmpeg's input device for this system:
+// "avfoundation" on macOS, whose screens are numbered in ffmpeg's device
+// list, and "x11grab" elsewhere, whose screen is the X display itself.
+QString screenGrabFormat();
+bool screenDevicesListed();
+// The X display the program runs on (":0", ":99"); empty on macOS.
+QString screenGrabDisplay();
+// Why the screen cannot be recorded in this session (the window system
+// `platformName` is the one Qt runs on), or empty when it can.
+QString screenCaptureProblem(const QString &platformName);
+
+// The sound the computer plays reaches the recorder through a virtual
+// capture device. On macOS that is a driver the AppleScript files beside the
+// program install and switch; elsewhere it is the sound server's monitor of
+// the default output, needing no installation.
+bool audioCaptureDriverScripts();
+// Makes the monitor of the default output the default input (enable), or
+// brings back the input that was the default before (disable). Without a
+// sound server this logs and does nothing.
+void switchSoundLoopback(bool enable);
+
 // SIGTERM, SIGINT and SIGHUP make the running application leave its event
 // loop, so the program winds down as when its window is closed. Call once,
 // after the application object exists.

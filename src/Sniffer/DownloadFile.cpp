@@ -148,14 +148,19 @@ void Sniffer::runDownloader()
                     << "src/Sniffer/DownloadFile.cpp" << __LINE__ << "runDownloader"
                     << ":"
                     << "File " + target + " cannot be created";
-        QMessageBox::critical(this, QStringLiteral("Processing error:"),
-                              QStringLiteral("<b>File</b> <i>") + target.toHtmlEscaped() +
-                                  QStringLiteral("</i><br><b>cannot be created</b>"));
+        showFileNotCreated(target);
         return;
     }
 
     progressBarStart();
     downloader->requestFile(code, QDir::toNativeSeparators(outputVideoFile));
+}
+
+void Sniffer::showFileNotCreated(const QString &target)
+{
+    QMessageBox::critical(this, QStringLiteral("Processing error:"),
+                          QStringLiteral("<b>File</b> <i>") + target.toHtmlEscaped() +
+                              QStringLiteral("</i><br><b>cannot be created</b>"));
 }
 
 void Sniffer::showPercents(float percent)

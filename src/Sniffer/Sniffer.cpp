@@ -1,12 +1,14 @@
 #include "Sniffer/Sniffer.h"
 
 #include <QDebug>
+#include <QDir>
 #include <QLineEdit>
 #include <QKeyEvent>
 #include <QMouseEvent>
 #include <QTime>
 
 #include "AVFoundation/AVFoundation.h"
+#include "Platform/Platform.h"
 #include "Fiofostis/SniffedDownload.h"
 #include "ui_InsertURL.h"
 #include "ui_Navigation.h"
@@ -34,6 +36,12 @@ Sniffer::~Sniffer()
     if (downloader)
         downloader->stop();
     qDeleteAll(sniffedDownloads); // each removes what it had written
+    // A recorder still open ends its grabbers; the sound input the
+    // recorder switched comes back, and no work file outlives the run.
+    delete recorder;
+    Platform::switchSoundLoopback(false);
+    if (!appSettings.appDataFolder.isEmpty())
+        clearDir(appSettings.appDataFolder + QDir::separator() + QStringLiteral("temp"));
     delete downloader;
     delete avFoundation;
     delete ui;
@@ -60,6 +68,7 @@ void Sniffer::showMainDialog()
     show();
     if (checkLastUpdateDate())
         updateSniffer();
+    delete avFoundation;
     avFoundation = new AVFoundation(nullptr);
     avFoundation->check();
 }

@@ -8,6 +8,7 @@
 #include <QString>
 #include <QStringList>
 
+#include "AVRecorder/AVRecorder.h"
 #include "Fiofostis/Downloader.h"
 #include "Sniffer/SniffedRules.h"
 
@@ -125,6 +126,8 @@ public:
     void setSaveFilePath();
     QString GetSaveAsFullPath(QString extension);
     QString fixExtension(const QString &name, const QString &extension);
+    // The "Processing error:" box for a file that could not be written.
+    void showFileNotCreated(const QString &target);
 
     void Append(const QString &url, const QString &source, const QString &size, const QString &type);
     int FindByURL(const QString &url) const;
@@ -153,6 +156,11 @@ public slots:
     void showOptions();
     void processURL();
     void runRecorderAV();
+    void doneRecorderAV(AVRecorder::ResultingData data);
+    void doneRecorderAV(QString path);
+    void postRecorderAV();
+    void closeRecorderAV();
+    void errorRecorderAV(int code, QString description);
     void saveRecorderAV(QString file);
     void runOldSniffer();
     void showOldSniffer();
@@ -196,6 +204,10 @@ public slots:
     void checkUrlQueue();
     void connectBrowserAddOn();
     void showHelpDesk();
+
+public:
+    // Empties a folder tree: files go, sub-folders stay, emptied.
+    static void clearDir(const QString &path);
 
 protected:
     void keyPressEvent(QKeyEvent *event) override;
@@ -263,5 +275,10 @@ public:
 
     // Recorder
     AVFoundation *avFoundation = nullptr;
-    QString recordedResult; // the merged file of the last recording, saved from the Options page
+    QPointer<AVRecorder> recorder;
+    QString recordedAudio; // the work files of the last recording
+    QString recordedVideo;
+    QString recordedResult; // the merged file, saved from the Options page
+    QRect recordedRegion;
+    bool haveRecordedRegion = false; // the next recorder opens on the last region
 };

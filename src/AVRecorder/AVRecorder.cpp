@@ -1,0 +1,492 @@
+#include "AVRecorder/AVRecorder.h"
+
+#include <QCoreApplication>
+#include <QDateTime>
+#include <QDebug>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QFileInfo>
+#include <QGuiApplication>
+#include <QKeySequence>
+#include <QMessageBox>
+#include <QProcess>
+#include <QScreen>
+#include <QShortcut>
+
+#include "AVRecorder/RecorderRules.h"
+#include "AVRecorder/Spinner.h"
+#include "AVRecorder/StopDialog.h"
+#include "Fiofostis/DownloaderRules.h"
+#include "Platform/Platform.h"
+#include "ui_AVRecorder.h"
+
+namespace {
+// ffmpeg is asked to finish its file and gets this long to do it.
+constexpr int quitWaitMs = 30000;
+
+// Output bytes up to the first zero byte, as Latin-1.
+QString latin1Text(const QByteArray &bytes)
+{
+    const int zero = bytes.indexOf('\0');
+    return QString::fromLatin1(zero < 0 ? bytes : bytes.left(zero));
+}
+
+// A WAV file that holds no sound beyond its header.
+bool holdsSound(const QString &wavFile)
+{
+    return QFileInfo(wavFile).size() > 44;
+}
+} // namespace
+
+AVRecorder::AVRecorder(QWidget *parent, QString appDir, QString tempDir)
+    : QWidget(parent, Qt::Window | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint)
+    , ui(new Ui_AVRecorder)
+    , appDir(appDir)
+    , tempDir(tempDir)
+{
+    ui->setupUi(this);
+    QCoreApplication::addLibraryPath(appDir + QDir::separator() + QStringLiteral("plugins"));
+
+    framelessHelper.activateOn(this);
+    resize(481, 179);
+    setWindowOpacity(0.53);
+    setBackgroundColor(QStringLiteral("gray"));
+
+    ui->btnClose->setFlat(true);
+    ui->textHint->setAlignment(Qt::AlignCenter);
+    moveButtons();
+    framelessHelper.activateOn(this);
+
+    if (const QScreen *screen = QGuiApplication::primaryScreen()) {
+        screenWidth = screen->geometry().width();
+        screenHeight = screen->geometry().height();
+    }
+
+    progName = DownloaderRules::ffmpegPath(QCoreApplication::applicationDirPath(), Platform::ffmpegBuild());
+    qDebug() << "src/AVRecorder/AVRecorder.cpp" << __LINE__ << "AVRecorder"
+             << ":"
+             << "progName"
+             << ":" << progName;
+    inputScreen = QStringLiteral("0");
+    switchAudioCaptureDriver(true);
+    const QString name = RecorderRules::workFileName(tempDir, QDateTime::currentDateTime());
+    const QString base = tempDir + QDir::separator() + name;
+    audioFile = base + QStringLiteral("_a.wav");
+    videoFile = base + QStringLiteral("_v.mpg");
+    resultFile = base + QStringLiteral("_res.mpg");
+
+    stopDialog = new StopDialog(nullptr);
+    stopDialog->hide();
+    connect(stopDialog, &StopDialog::stop, this, &AVRecorder::stop);
+    connect(stopDialog, &StopDialog::closeStop, this, &AVRecorder::cancel);
+    connect(ui->btnStart, &QPushButton::clicked, this, &AVRecorder::clickButtonStart);
+    connect(ui->btnClose, &QPushButton::clicked, this, &AVRecorder::clickButtonClose);
+
+    const QKeySequence startKey(Qt::CTRL + Qt::Key_B);
+    ui->btnStart->setToolTip(tr("Start recording (%1)").arg(startKey.toString(QKeySequence::NativeText)));
+    connect(new QShortcut(startKey, this), &QShortcut::activated, this, &AVRecorder::clickButtonStart);
+}
+
+AVRecorder::~AVRecorder()
+{
+    // A recorder let go while it records takes its grabbers with it.
+    for (QProcess *process : {screenProcess, videoProcess, audioProcess, mergeProcess}) {
+        if (process) {
+            process->disconnect(this);
+            process->kill();
+            process->waitForFinished(quitWaitMs);
+            delete process;
+        }
+    }
+    delete stopDialog;
+    delete spinner;
+    delete ui;
+}
+
+void AVRecorder::setBackgroundColor(QString color)
+{
+    setStyleSheet(QStringLiteral("* { background-color: ") + color + QStringLiteral("; }"));
+}
+
+void AVRecorder::moveButtons()
+{
+    ui->btnClose->move(RecorderRules::closeButtonPos(size()));
+    ui->btnStart->move(RecorderRules::startButtonPos(size(), ui->btnStart->size()));
+    ui->textHint->move(RecorderRules::hintPos(size(), ui->textHint->size()));
+}
+
+void AVRecorder::startRecorder(QRect rect)
+{
+    qDebug() << "src/AVRecorder/AVRecorder.cpp" << __LINE__ << "startRecorder"
+             << ":"
+             << "orig geometry"
+             << ":" << geometry();
+    qDebug() << "src/AVRecorder/AVRecorder.cpp" << __LINE__ << "startRecorder"
+             << ":"
+             << "new geometry"
+             << ":" << rect;
+    bool changed = false;
+    if (size() != rect.size()) {
+        resize(rect.size());
+        changed = true;
+    }
+    if (pos() != rect.topLeft()) {
+        move(rect.topLeft());
+        changed = true;
+    }
+    if (changed)
+        moveButtons();
+    startRecorder();
+}
+
+void AVRecorder::startRecorder()
+{
+    onMultiDesktopScreens();
+    selectInputScreen();
+}
+
+void AVRecorder::onMultiDesktopScreens()
+{
+    const int screens = QGuiApplication::screens().size();
+    if (screens < 2)
+        return;
+    setBackgroundColor(QStringLiteral("none"));
+    const int answer = QMessageBox::warning(
+        this, QStringLiteral("Monitors number: ") + QString::number(screens),
+        QStringLiteral("It appears you computer is connected to more than one monitor.<br>In order for the KV "
+                       "Recorder to work correctly, you must have only one active monitor."),
+        QMessageBox::Abort | QMessageBox::Ignore, QMessageBox::Abort);
+    if (answer == QMessageBox::Ignore)
+        setBackgroundColor(QStringLiteral("gray"));
+    else
+        clickButtonClose();
+}
+
+void AVRecorder::switchAudioCaptureDriver(bool enable)
+{
+    qDebug() << "src/AVRecorder/AVRecorder.cpp" << __LINE__ << "switchAudioCaptureDriver"
+             << ":"
+             << "action"
+             << ":" << (enable ? "true" : "false");
+    if (!Platform::audioCaptureDriverScripts()) {
+        Platform::switchSoundLoopback(enable);
+        return;
+    }
+    const bool soundflower = Platform::macOSOlderThan(10, 12);
+    const QString sep = QDir::separator();
+    const QString script = appDir + sep + (soundflower ? QStringLiteral("SoundFlower") : QStringLiteral("iShowU")) +
+                           sep + (soundflower ? QStringLiteral("sf") : QStringLiteral("su")) + QStringLiteral("_") +
+                           (enable ? QStringLiteral("enable") : QStringLiteral("disable")) + QStringLiteral(".scpt");
+    QProcess::startDetached(QStringLiteral("/usr/bin/osascript"),
+                            {QStringLiteral("-l"), QStringLiteral("AppleScript"), script});
+}
+
+void AVRecorder::selectInputScreen()
+{
+    // The X display is the screen itself: there is no list to ask for.
+    if (!Platform::screenDevicesListed()) {
+        inputScreen = Platform::screenGrabDisplay();
+        finishedReadInputScreen(0);
+        return;
+    }
+    delete screenProcess;
+    screenProcess = new QProcess;
+    connect(screenProcess, &QProcess::readyReadStandardError, this, &AVRecorder::readInputScreenErr);
+    connect(screenProcess, QOverload<int, QProcess::ExitStatus>::of(&QProcess::finished), this,
+            [this](int exitCode) { finishedReadInputScreen(exitCode); });
+    screenProcess->start(progName,
+                         {QStringLiteral("-f"), QStringLiteral("avfoundation"), QStringLiteral("-list_devices"),
+                          QStringLiteral("true"), QStringLiteral("-i"), QStringLiteral("''")},
+                         QIODevice::ReadWrite);
+}
+
+void AVRecorder::readInputScreenErr()
+{
+    parseInputScreen(latin1Text(screenProcess->readAllStandardError()));
+}
+
+void AVRecorder::parseInputScreen(QString output)
+{
+    if (!output.contains(QStringLiteral("Capture screen 0")))
+        return;
+    inputScreen = RecorderRules::inputScreen(output, inputScreen);
+    qDebug() << "src/AVRecorder/AVRecorder.cpp" << __LINE__ << "parseInputScreen"
+             << ":"
+             << "found inputScreen"
+             << ":" << inputScreen;
+}
+
+void AVRecorder::finishedReadInputScreen(int)
+{
+    qDebug() << "src/AVRecorder/AVRecorder.cpp" << __LINE__ << "finishedReadInputScreen"
+             << ":"
+             << "inputScreen set as:" << inputScreen;
+    show();
+}
+
+void AVRecorder::clickButtonStart()
+{
+    if (recording)
+        return;
+    outputGeometry = geometry();
+    qDebug() << "src/AVRecorder/AVRecorder.cpp" << __LINE__ << "clickButtonStart"
+             << ":"
+             << "output.geometry"
+             << ":" << outputGeometry;
+    // ffmpeg can only cut what is on the screen: a window hanging over an
+    // edge records the part that is on it.
+    const QRect onScreen = RecorderRules::clippedRegion(outputGeometry, QSize(screenWidth, screenHeight));
+    if (onScreen != outputGeometry && !onScreen.isEmpty()) {
+        qCritical() << "src/AVRecorder/AVRecorder.cpp" << __LINE__ << "clickButtonStart"
+                    << ":"
+                    << "output.geometry"
+                    << ":" << outputGeometry;
+        outputGeometry = onScreen;
+        setGeometry(outputGeometry);
+    }
+    const QPoint pos = outputGeometry.topLeft();
+    qDebug() << "src/AVRecorder/AVRecorder.cpp" << __LINE__ << "clickButtonStart"
+             << ":"
+             << "pos"
+             << ":" << pos;
+
+    recording = true;
+    hide();
+
+    stopDialog->setWindowFlags(stopDialog->windowFlags() | Qt::WindowStaysOnTopHint);
+    stopDialog->show();
+    stopDialog->move(RecorderRules::stopDialogPos(screenWidth, stopDialog->width()));
+
+    grabVideo(pos);
+    grabAudio();
+}
+
+void AVRecorder::clickButtonClose()
+{
+    if (recording) {
+        endGrabbers();
+    }
+    switchAudioCaptureDriver(false);
+    emit close();
+    hide();
+}
+
+QProcess *AVRecorder::startGrabber(const QString &program, const QStringList &arguments, void (AVRecorder::*output)(),
+                                   void (AVRecorder::*error)(), const QProcessEnvironment &environment)
+{
+    auto *process = new QProcess;
+    process->setProcessEnvironment(environment);
+    connect(process, &QProcess::readyReadStandardOutput, this, output);
+    connect(process, &QProcess::readyReadStandardError, this, error);
+    process->setProcessChannelMode(QProcess::MergedChannels);
+    process->start(program, arguments, QIODevice::ReadWrite);
+    return process;
+}
+
+void AVRecorder::grabVideo(QPoint pos)
+{
+    stopSomeProcess(stopVideo);
+    QFile::remove(videoFile);
+    videoStarted = 0;
+    videoOutput.clear();
+
+    const QRect region(pos, outputGeometry.isValid() ? outputGeometry.size() : size());
+    const QStringList arguments = RecorderRules::grabVideoArguments(
+        Platform::screenGrabFormat(), inputScreen, RecorderRules::grabFilter(QSize(screenWidth, screenHeight), region),
+        videoFile);
+    qDebug() << "src/AVRecorder/AVRecorder.cpp" << __LINE__ << "grabVideo"
+             << ":"
+             << "arguments"
+             << ":" << arguments;
+    videoProcess = startGrabber(progName, arguments, &AVRecorder::printVideoOutput, &AVRecorder::printVideoError);
+}
+
+void AVRecorder::grabAudio()
+{
+    stopSomeProcess(stopAudio);
+    QFile::remove(audioFile);
+    audioStarted = 0;
+
+    const QString sox = appDir + QDir::separator() + QStringLiteral("sox") + QDir::separator() + QStringLiteral("sox");
+    const QStringList arguments{QStringLiteral("-d"), audioFile};
+    qDebug() << "src/AVRecorder/AVRecorder.cpp" << __LINE__ << "grabAudio"
+             << ":"
+             << "externalApp"
+             << ":" << sox;
+    qDebug() << "src/AVRecorder/AVRecorder.cpp" << __LINE__ << "grabAudio"
+             << ":"
+             << "arguments"
+             << ":" << arguments;
+    // A sound server hands a recording its sound in blocks as long as it
+    // likes (up to seconds); short ones tell when the sound began.
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QStringLiteral("PULSE_LATENCY_MSEC"), QStringLiteral("30"));
+    audioProcess =
+        startGrabber(sox, arguments, &AVRecorder::printAudioOutput, &AVRecorder::printAudioError, environment);
+}
+
+void AVRecorder::stopSomeProcess(AVRecorder::stopProcessType type)
+{
+    if (type == stopVideo && videoProcess) {
+        // "q" is ffmpeg's own quit key: it finishes the file properly.
+        videoProcess->write("q");
+        videoProcess->waitForFinished(quitWaitMs);
+        printVideoOutput();
+        videoProcess->close();
+        delete videoProcess;
+        videoProcess = nullptr;
+    } else if (type == stopAudio && audioProcess) {
+        // sox ends cleanly on a termination request and writes the length
+        // into the file's header.
+        audioProcess->terminate();
+        audioProcess->waitForFinished(quitWaitMs);
+        audioProcess->close();
+        delete audioProcess;
+        audioProcess = nullptr;
+    }
+}
+
+void AVRecorder::endGrabbers()
+{
+    // Both are told at once and finish their files side by side.
+    if (videoProcess)
+        videoProcess->write("q");
+    if (audioProcess)
+        audioProcess->terminate();
+    stopSomeProcess(stopVideo);
+    stopSomeProcess(stopAudio);
+}
+
+void AVRecorder::stop()
+{
+    if (!recording)
+        return;
+    endGrabbers();
+    mergeAudioVideo();
+    switchAudioCaptureDriver(false);
+    sendDoneSignal();
+}
+
+void AVRecorder::mergeAudioVideo()
+{
+    stopSomeProcess(stopNone);
+    QFile::remove(resultFile);
+
+    mergeProcess = new QProcess;
+    connect(mergeProcess, &QProcess::readyReadStandardOutput, this, &AVRecorder::printAudioVideoOutput);
+    connect(mergeProcess, &QProcess::readyReadStandardError, this, &AVRecorder::printAudioVideoError);
+
+    if (!spinner)
+        spinner = new Spinner;
+    spinner->show();
+
+    // The grabbers' files are given a moment to be closed.
+    const QDateTime until = QDateTime::currentDateTime().addSecs(2);
+    while (QDateTime::currentDateTime() < until)
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 100);
+
+    // A machine without sound still gets its picture.
+    const QString sound = holdsSound(audioFile) ? audioFile : QString();
+    const qint64 shift = RecorderRules::audioShift(videoStarted, audioStarted);
+    const QStringList arguments = RecorderRules::mergeArguments(videoFile, sound, resultFile, shift);
+    qDebug() << "src/AVRecorder/AVRecorder.cpp" << __LINE__ << "mergeAudioVideo"
+             << ":"
+             << "arguments"
+             << ":" << arguments << "picture started" << videoStarted << "sound started" << audioStarted;
+
+    mergeProcess->setProcessChannelMode(QProcess::MergedChannels);
+    mergeProcess->start(progName, arguments, QIODevice::ReadWrite);
+    mergeProcess->waitForFinished(quitWaitMs);
+    printAudioVideoOutput();
+    mergeProcess->close();
+    delete mergeProcess;
+    mergeProcess = nullptr;
+
+    recording = false;
+    spinner->hide();
+}
+
+void AVRecorder::sendDoneSignal()
+{
+    result.audioFile = audioFile;
+    result.videoFile = videoFile;
+    result.resultFile = resultFile;
+    result.geometry = outputGeometry;
+    emit done(result);
+    stopDialog->hide();
+    hide();
+}
+
+void AVRecorder::cancel()
+{
+    if (recording) {
+        endGrabbers();
+        for (const QString &file : {videoFile, audioFile, resultFile})
+            QFile::remove(file);
+        switchAudioCaptureDriver(false);
+    }
+    emit close();
+    stopDialog->hide();
+}
+
+void AVRecorder::printVideoOutput()
+{
+    if (!videoProcess)
+        return;
+    const QString text = latin1Text(videoProcess->readAllStandardOutput());
+    if (text.isEmpty())
+        return;
+    if (videoStarted == 0) {
+        videoOutput += text;
+        videoStarted = RecorderRules::videoStartMs(videoOutput);
+        if (videoStarted != 0)
+            videoOutput.clear();
+    }
+    qDebug() << "src/AVRecorder/AVRecorder.cpp" << __LINE__ << "printVideoOutput"
+             << ":" << text;
+}
+
+void AVRecorder::printVideoError()
+{
+    qCritical() << "!!! ERROR: "
+                << "src/AVRecorder/AVRecorder.cpp" << __LINE__ << "printVideoError"
+                << ":" << latin1Text(videoProcess->readAllStandardError());
+}
+
+void AVRecorder::printAudioOutput()
+{
+    if (!audioProcess)
+        return;
+    const qint64 now = QDateTime::currentMSecsSinceEpoch();
+    const QString text = latin1Text(audioProcess->readAllStandardOutput());
+    // sox writes each progress line at once, as soon as it has read from
+    // the device: the time it arrives tells when the sound began.
+    audioStarted = RecorderRules::audioStartMs(text, now, audioStarted);
+    qDebug() << "src/AVRecorder/AVRecorder.cpp" << __LINE__ << "printAudioOutput"
+             << ":" << text;
+}
+
+void AVRecorder::printAudioError()
+{
+    qCritical() << "!!! ERROR: "
+                << "src/AVRecorder/AVRecorder.cpp" << __LINE__ << "printAudioError"
+                << ":" << latin1Text(audioProcess->readAllStandardError());
+    stopDialog->hide();
+}
+
+void AVRecorder::printAudioVideoOutput()
+{
+    if (!mergeProcess)
+        return;
+    qDebug() << "src/AVRecorder/AVRecorder.cpp" << __LINE__ << "printAudioVideoOutput"
+             << ":" << latin1Text(mergeProcess->readAllStandardOutput());
+}
+
+void AVRecorder::printAudioVideoError()
+{
+    qCritical() << "!!! ERROR: "
+                << "src/AVRecorder/AVRecorder.cpp" << __LINE__ << "printAudioVideoError"
+                << ":" << latin1Text(mergeProcess->readAllStandardError());
+    stopDialog->hide();
+}

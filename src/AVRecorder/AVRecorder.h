@@ -1,0 +1,147 @@
+#pragma once
+
+#include <QMetaType>
+#include <QProcessEnvironment>
+#include <QRect>
+#include <QString>
+#include <QWidget>
+
+#include "AVRecorder/NcFramelessHelper.h"
+
+class QProcess;
+class Spinner;
+class StopDialog;
+class Ui_AVRecorder;
+
+// The recorder: a half-transparent, frameless window the user places over
+// the part of the screen to record, and the grabbers that record it. ffmpeg
+// grabs the picture, sox the sound, and a last ffmpeg run puts both into one
+// MPEG file, handed over with `done`.
+class AVRecorder : public QWidget
+{
+    Q_OBJECT
+
+public:
+    struct ResultingData
+    {
+        QString audioFile;
+        QString videoFile;
+        QString resultFile;
+        QRect geometry;
+    };
+
+    enum stopProcessType { stopNone = 0, stopVideo = 1, stopAudio = 2 };
+
+    AVRecorder(QWidget *parent, QString appDir, QString tempDir);
+    ~AVRecorder() override;
+
+    void setBackgroundColor(QString color);
+    void moveButtons();
+    void startRecorder(QRect rect);
+    void startRecorder();
+    void onMultiDesktopScreens();
+    void switchAudioCaptureDriver(bool enable);
+
+    void grabVideo(QPoint pos);
+    void grabAudio();
+    void mergeAudioVideo();
+    void stopSomeProcess(AVRecorder::stopProcessType type);
+    void sendDoneSignal();
+    // Stops the video grabber and the audio grabber (types 1 and 2).
+    void endGrabbers();
+
+    // For the tests and the benchmark: the work files and the state.
+    const QString &audioWorkFile() const
+    {
+        return audioFile;
+    }
+    const QString &videoWorkFile() const
+    {
+        return videoFile;
+    }
+    const QString &resultWorkFile() const
+    {
+        return resultFile;
+    }
+    bool isRecording() const
+    {
+        return recording;
+    }
+    StopDialog *stopWindow() const
+    {
+        return stopDialog;
+    }
+    QRect recordedGeometry() const
+    {
+        return outputGeometry;
+    }
+    const QString &screenInput() const
+    {
+        return inputScreen;
+    }
+    qint64 pictureStartedMs() const
+    {
+        return videoStarted;
+    }
+    qint64 soundStartedMs() const
+    {
+        return audioStarted;
+    }
+
+signals:
+    void done(AVRecorder::ResultingData);
+    void done(QString);
+    void error(int, QString);
+    void close();
+
+public slots:
+    void selectInputScreen();
+    void readInputScreenErr();
+    void finishedReadInputScreen(int exitCode);
+    void parseInputScreen(QString output);
+    void clickButtonStart();
+    void clickButtonClose();
+    void stop();
+    void cancel();
+    void printVideoOutput();
+    void printVideoError();
+    void printAudioOutput();
+    void printAudioError();
+    void printAudioVideoOutput();
+    void printAudioVideoError();
+
+private:
+    QProcess *startGrabber(const QString &program, const QStringList &arguments, void (AVRecorder::*output)(),
+                           void (AVRecorder::*error)(),
+                           const QProcessEnvironment &environment = QProcessEnvironment::systemEnvironment());
+
+    Ui_AVRecorder *ui;
+    NcFramelessHelper framelessHelper;
+    StopDialog *stopDialog = nullptr;
+    Spinner *spinner = nullptr;
+    int screenWidth = 0;
+    int screenHeight = 0;
+
+    QString appDir;
+    QString tempDir;
+    QString progName;
+    QString inputScreen;
+    QString audioFile;
+    QString videoFile;
+    QString resultFile;
+    QProcess *screenProcess = nullptr;
+    QProcess *videoProcess = nullptr;
+    QProcess *audioProcess = nullptr;
+    QProcess *mergeProcess = nullptr;
+    QRect outputGeometry;
+    bool recording = false;
+    ResultingData result;
+
+    // When picture and sound began, in milliseconds since the epoch, as
+    // ffmpeg and sox report it (0 until known): the merge lines them up.
+    qint64 videoStarted = 0;
+    qint64 audioStarted = 0;
+    QString videoOutput; // ffmpeg's output until it has named its start
+};
+
+Q_DECLARE_METATYPE(AVRecorder::ResultingData)

@@ -1,0 +1,131 @@
+#include "AVRecorder/RecorderRules.h"
+
+#include <QCryptographicHash>
+#include <QRegularExpression>
+#include <QtMath>
+
+namespace RecorderRules {
+
+QPoint closeButtonPos(const QSize &window)
+{
+    return {window.width() - 24, 0};
+}
+
+QPoint startButtonPos(const QSize &window, const QSize &button)
+{
+    const int h = window.height();
+    return {window.width() / 2 - button.width() / 2, h - h / 2 + 50};
+}
+
+QPoint hintPos(const QSize &window, const QSize &hint)
+{
+    const int h = window.height();
+    return {window.width() / 2 - hint.width() / 2, (h - h / 2) - hint.height() / 2};
+}
+
+QRect clippedRegion(const QRect &region, const QSize &screen)
+{
+    return region.intersected(QRect(QPoint(0, 0), screen));
+}
+
+QString grabFilter(const QSize &screen, const QRect &region)
+{
+    return QStringLiteral("scale=%1:%2").arg(screen.width()).arg(screen.height()) + QStringLiteral(",") +
+           QStringLiteral("crop=%1:%2:%3:%4:keep_aspect=1")
+               .arg(region.width())
+               .arg(region.height())
+               .arg(region.x())
+               .arg(region.y());
+}
+
+QPoint stopDialogPos(int screenWidth, int dialogWidth)
+{
+    return {screenWidth - dialogWidth - 20, 10};
+}
+
+QString inputScreen(const QString &chunk, const QString &current)
+{
+    const QString screen = QStringLiteral("Capture screen 0");
+    if (!chunk.contains(screen))
+        return current;
+    // "... [1] Capture screen 0": the character after the "[" in the four
+    // characters before the name. One character only, so [10] reads as 1.
+    const int at = chunk.indexOf(QStringLiteral("] ") + screen);
+    const QString piece = chunk.mid(at - 4, 4);
+    return piece.mid(piece.indexOf(QLatin1Char('[')) + 1, 1);
+}
+
+QString workFileName(const QString &tempDir, const QDateTime &now)
+{
+    const QByteArray seed = (tempDir + now.toString(Qt::TextDate)).toLatin1();
+    return QString::fromLatin1(QCryptographicHash::hash(seed, QCryptographicHash::Md5).toHex());
+}
+
+QStringList grabVideoArguments(const QString &format, const QString &screen, const QString &filter,
+                               const QString &videoFile)
+{
+    return {QStringLiteral("-rtbufsize"),
+            QStringLiteral("2000M"),
+            QStringLiteral("-f"),
+            format,
+            QStringLiteral("-i"),
+            screen,
+            QStringLiteral("-r"),
+            QStringLiteral("30"),
+            QStringLiteral("-vf"),
+            filter,
+            QStringLiteral("-b:v"),
+            QStringLiteral("20M"),
+            videoFile};
+}
+
+QStringList mergeArguments(const QString &videoFile, const QString &audioFile, const QString &resultFile,
+                           qint64 audioShiftMs)
+{
+    QStringList args{QStringLiteral("-i"), videoFile};
+    if (!audioFile.isEmpty()) {
+        const QString seconds = QString::number(qAbs(audioShiftMs) / 1000.0, 'f', 3);
+        if (audioShiftMs > 0)
+            args << QStringLiteral("-itsoffset") << seconds;
+        else if (audioShiftMs < 0)
+            args << QStringLiteral("-ss") << seconds;
+        args << QStringLiteral("-i") << audioFile;
+    }
+    args << QStringLiteral("-vcodec") << QStringLiteral("copy") << QStringLiteral("-y") << resultFile;
+    return args;
+}
+
+qint64 audioShift(qint64 videoStartMs, qint64 audioStartMs)
+{
+    if (videoStartMs <= 0 || audioStartMs <= 0)
+        return 0;
+    const qint64 shift = audioStartMs - videoStartMs;
+    return qAbs(shift) > 40 ? shift : 0;
+}
+
+qint64 videoStartMs(const QString &ffmpegOutput)
+{
+    static const QRegularExpression start(QStringLiteral("Input #0,.*\\n.*start: (\\d+\\.\\d+)"));
+    const QRegularExpressionMatch match = start.match(ffmpegOutput);
+    // Measured with a flash on the screen: the file's first frame shows the
+    // screen about two frames (at 30 a second) before the moment ffmpeg
+    // names as its start.
+    return match.hasMatch() ? qRound64(match.captured(1).toDouble() * 1000.0) - 67 : 0;
+}
+
+qint64 audioStartMs(const QString &soxOutput, qint64 arrivedMs, qint64 best)
+{
+    static const QRegularExpression position(QStringLiteral("In:\\S+\\s+(\\d+):(\\d\\d):(\\d\\d\\.\\d\\d)"));
+    auto lines = position.globalMatch(soxOutput);
+    while (lines.hasNext()) {
+        const QRegularExpressionMatch line = lines.next();
+        const double seconds =
+            line.captured(1).toInt() * 3600 + line.captured(2).toInt() * 60 + line.captured(3).toDouble();
+        const qint64 start = arrivedMs - qRound64(seconds * 1000.0);
+        if (best == 0 || start < best)
+            best = start;
+    }
+    return best;
+}
+
+} // namespace RecorderRules

@@ -1,0 +1,64 @@
+#pragma once
+
+#include <QDateTime>
+#include <QPoint>
+#include <QRect>
+#include <QSize>
+#include <QString>
+#include <QStringList>
+
+// The recorder's arithmetic and the command lines it builds, apart from the
+// windows and processes that use them.
+namespace RecorderRules {
+
+// Places of the region window's close button, Start button and hint.
+QPoint closeButtonPos(const QSize &window);
+QPoint startButtonPos(const QSize &window, const QSize &button);
+QPoint hintPos(const QSize &window, const QSize &hint);
+
+// The part of `region` that lies on a screen of `screen` size: ffmpeg's
+// crop cannot reach beyond the picture it is given.
+QRect clippedRegion(const QRect &region, const QSize &screen);
+
+// "scale=W:H,crop=w:h:x:y:keep_aspect=1": the grabbed screen scaled to its
+// logical size, then cut to the region.
+QString grabFilter(const QSize &screen, const QRect &region);
+
+// The stop dialog's top-left corner: 20 pixels from the right edge, 10
+// from the top.
+QPoint stopDialogPos(int screenWidth, int dialogWidth);
+
+// The screen's number in one chunk of ffmpeg's device list, or `current`
+// when the chunk does not name it.
+QString inputScreen(const QString &chunk, const QString &current);
+
+// The name the work files of one region window share: the MD5 of the
+// temporary folder and the time, in hexadecimal.
+QString workFileName(const QString &tempDir, const QDateTime &now);
+
+QStringList grabVideoArguments(const QString &format, const QString &screen, const QString &filter,
+                               const QString &videoFile);
+
+// The merge of picture and sound. `audioShiftMs` lines the sound up with
+// the picture: positive when the sound started later than the picture (it
+// is delayed), negative when it started earlier (its beginning is skipped).
+// Without `audioFile` the picture is taken alone.
+QStringList mergeArguments(const QString &videoFile, const QString &audioFile, const QString &resultFile,
+                           qint64 audioShiftMs);
+
+// The shift that lines the sound up, from the moments (milliseconds since
+// the epoch) picture and sound started: none when they are within 40 ms or
+// when either moment is unknown (zero).
+qint64 audioShift(qint64 videoStartMs, qint64 audioStartMs);
+
+// The moment the recorded picture begins, from ffmpeg's input description
+// ("start: 1795401922.529454", seconds since the epoch), or 0.
+qint64 videoStartMs(const QString &ffmpegOutput);
+
+// The moment the sound began, from the progress lines sox prints while it
+// records ("In:0.00% 00:00:01.37 [...]"): the earliest of the times a line
+// arrived less the recorded length it shows. `best` is the estimate so far
+// (0 for none).
+qint64 audioStartMs(const QString &soxOutput, qint64 arrivedMs, qint64 best);
+
+} // namespace RecorderRules
