@@ -7,7 +7,7 @@ set -euo pipefail
 packages=(
     build-essential cmake pkg-config
     qtbase5-dev qtbase5-dev-tools
-    ffmpeg sox libsox-fmt-all
+    ffmpeg sox libsox-fmt-all pulseaudio pulseaudio-utils
     yt-dlp python3
     xvfb xauth x11-utils imagemagick fonts-dejavu-core
     chromium
