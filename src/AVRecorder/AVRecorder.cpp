@@ -55,12 +55,16 @@ AVRecorder::AVRecorder(QWidget *parent, QString appDir, QString tempDir)
 
     ui->btnClose->setFlat(true);
     ui->textHint->setAlignment(Qt::AlignCenter);
+    // The hint is part of the layer the user grabs.
+    ui->textHint->setAttribute(Qt::WA_TransparentForMouseEvents);
     moveButtons();
     framelessHelper.activateOn(this);
 
     if (const QScreen *screen = QGuiApplication::primaryScreen()) {
         screenWidth = screen->geometry().width();
         screenHeight = screen->geometry().height();
+        // A first recording opens in the middle of the screen.
+        move(screen->geometry().center() - rect().center());
     }
 
     progName = DownloaderRules::ffmpegPath(QCoreApplication::applicationDirPath(), Platform::ffmpegBuild());
@@ -114,6 +118,12 @@ void AVRecorder::moveButtons()
     ui->btnClose->move(RecorderRules::closeButtonPos(size()));
     ui->btnStart->move(RecorderRules::startButtonPos(size(), ui->btnStart->size()));
     ui->textHint->move(RecorderRules::hintPos(size(), ui->textHint->size()));
+}
+
+void AVRecorder::resizeEvent(QResizeEvent *event)
+{
+    QWidget::resizeEvent(event);
+    moveButtons();
 }
 
 void AVRecorder::startRecorder(QRect rect)

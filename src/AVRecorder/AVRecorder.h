@@ -110,6 +110,10 @@ public slots:
     void printAudioVideoOutput();
     void printAudioVideoError();
 
+protected:
+    // The buttons and the hint keep their places as the user stretches the window.
+    void resizeEvent(QResizeEvent *event) override;
+
 private:
     QProcess *startGrabber(const QString &program, const QStringList &arguments, void (AVRecorder::*output)(),
                            void (AVRecorder::*error)(),

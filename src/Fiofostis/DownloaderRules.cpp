@@ -145,8 +145,12 @@ QStringList ffmpegArguments(const QString &input, const QString &output, Downloa
              << QStringLiteral("mpeg4") << QStringLiteral("-f") << QStringLiteral("mov");
     }
     // Audio targets take the codec ffmpeg picks for their extension; an
-    // audio file gets no picture stream (nor the time to encode one).
-    if (from == Downloader::fromAudioExtraction)
+    // audio file gets no picture stream (nor the time to encode one), nor
+    // does a recording saved as sound (M4A or OGG would keep one).
+    static const QStringList soundOnly{QStringLiteral("wav"), QStringLiteral("mp3"),  QStringLiteral("m4a"),
+                                       QStringLiteral("aiff"), QStringLiteral("wma"), QStringLiteral("flac"),
+                                       QStringLiteral("aac"), QStringLiteral("ogg")};
+    if (from == Downloader::fromAudioExtraction || (from == Downloader::fromRecording && soundOnly.contains(suffix)))
         args << QStringLiteral("-vn");
     args << QStringLiteral("-qscale") << QStringLiteral("1") << QStringLiteral("-y") << output;
     return args;

@@ -51,7 +51,8 @@ QHash<int, Downloader::videoFormat> parseFormats(const QStringList &lines, const
 float percentFromChunk(const QString &chunk);
 
 // The ffmpeg argument list that converts `input` into `output`, chosen by
-// the output's extension; an audio extraction leaves the picture out.
+// the output's extension; an audio extraction, and a recording saved as
+// sound, leave the picture out.
 QStringList ffmpegArguments(const QString &input, const QString &output, Downloader::FormatConvertingFrom from);
 
 // What the user is told of a failed run: the tool's "ERROR:" lines from its

@@ -87,8 +87,9 @@ private slots:
             {"/o/a.b.mkv", 2, "-level 3.1 -vcodec mpeg4"},
             {"/o/a.flv", 1, "-level 3.1 -vcodec flv"},
             {"/o/a.mov", 1, "-level 3.1 -vcodec mpeg4 -f mov"},
-            {"/o/a.mp3", 0, "-level 3.1 -vn"}, // only the audio of a download drops the picture
-            {"/o/a.wav", 1, "-level 3.1"},
+            {"/o/a.mp3", 0, "-level 3.1 -vn"}, // sound alone, from a download or a recording
+            {"/o/a.m4a", 1, "-level 3.1 -vn"},
+            {"/o/a.mpg", 1, "-level 3.1"},
             {"/o/a.MP4", 1, "-level 3.1"},
             {"/o.mp4/a", 2, "-level 3.1"},
         };
