@@ -4,7 +4,6 @@
 #include <QDateTime>
 #include <QDebug>
 #include <QDir>
-#include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
 #include <QGuiApplication>
@@ -274,9 +273,8 @@ void AVRecorder::clickButtonStart()
 
 void AVRecorder::clickButtonClose()
 {
-    if (recording) {
+    if (recording)
         endGrabbers();
-    }
     switchAudioCaptureDriver(false);
     emit close();
     hide();
@@ -372,6 +370,9 @@ void AVRecorder::stop()
 {
     if (!recording)
         return;
+    // The merge keeps the window alive for a while: a second Stop must not
+    // come in the middle of it.
+    stopDialog->hide();
     endGrabbers();
     mergeAudioVideo();
     switchAudioCaptureDriver(false);
@@ -448,10 +449,9 @@ void AVRecorder::printVideoOutput()
     if (text.isEmpty())
         return;
     if (videoStarted == 0) {
-        videoOutput += text;
+        // The description ffmpeg prints first, not the progress after it.
+        videoOutput = (videoOutput + text).right(4096);
         videoStarted = RecorderRules::videoStartMs(videoOutput);
-        if (videoStarted != 0)
-            videoOutput.clear();
     }
     qDebug() << "src/AVRecorder/AVRecorder.cpp" << __LINE__ << "printVideoOutput"
              << ":" << text;

@@ -100,7 +100,9 @@ qint64 audioShift(qint64 videoStartMs, qint64 audioStartMs)
     if (videoStartMs <= 0 || audioStartMs <= 0)
         return 0;
     const qint64 shift = audioStartMs - videoStartMs;
-    return qAbs(shift) > 40 ? shift : 0;
+    // Seconds apart, the two moments are not on the same clock (a capture
+    // device whose start is not the time of day): nothing to line up.
+    return qAbs(shift) > 40 && qAbs(shift) < 5000 ? shift : 0;
 }
 
 qint64 videoStartMs(const QString &ffmpegOutput)

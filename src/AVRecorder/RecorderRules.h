@@ -47,8 +47,9 @@ QStringList mergeArguments(const QString &videoFile, const QString &audioFile, c
                            qint64 audioShiftMs);
 
 // The shift that lines the sound up, from the moments (milliseconds since
-// the epoch) picture and sound started: none when they are within 40 ms or
-// when either moment is unknown (zero).
+// the epoch) picture and sound started: none when they are within 40 ms,
+// when either moment is unknown (zero), or when they are too far apart to
+// be on one clock.
 qint64 audioShift(qint64 videoStartMs, qint64 audioStartMs);
 
 // The moment the recorded picture begins, from ffmpeg's input description

@@ -63,6 +63,7 @@ private slots:
         QCOMPARE(audioShift(1000, 1120), Q_INT64_C(120));
         QCOMPARE(audioShift(1000, 900), Q_INT64_C(-100));
         QCOMPARE(audioShift(0, 900), Q_INT64_C(0));
+        QCOMPARE(audioShift(1795401922529, 12000), Q_INT64_C(0)); // not one clock
         QCOMPARE(mergeArguments("v.mpg", "a.wav", "r.mpg", 120).join(' '),
                  QString("-i v.mpg -itsoffset 0.120 -i a.wav -vcodec copy -y r.mpg"));
         QCOMPARE(mergeArguments("v.mpg", "a.wav", "r.mpg", -80).join(' '),
