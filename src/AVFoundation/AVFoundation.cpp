@@ -45,10 +45,7 @@ void AVFoundation::check()
             [this](int exitCode) { processAudioCapture(exitCode); });
     const QString program = QDir::toNativeSeparators(
         DownloaderRules::ffmpegPath(QCoreApplication::applicationDirPath(), Platform::ffmpegBuild()));
-    process->start(program,
-                   {QStringLiteral("-f"), QStringLiteral("avfoundation"), QStringLiteral("-list_devices"),
-                    QStringLiteral("true"), QStringLiteral("-i"), QStringLiteral("''")},
-                   QIODevice::ReadWrite);
+    process->start(program, RecorderRules::deviceListArguments(), QIODevice::ReadWrite);
 }
 
 void AVFoundation::processOutput()

@@ -204,10 +204,7 @@ void AVRecorder::selectInputScreen()
     connect(screenProcess, &QProcess::readyReadStandardError, this, &AVRecorder::readInputScreenErr);
     connect(screenProcess, QOverload<int, QProcess::ExitStatus>::of(&QProcess::finished), this,
             [this](int exitCode) { finishedReadInputScreen(exitCode); });
-    screenProcess->start(progName,
-                         {QStringLiteral("-f"), QStringLiteral("avfoundation"), QStringLiteral("-list_devices"),
-                          QStringLiteral("true"), QStringLiteral("-i"), QStringLiteral("''")},
-                         QIODevice::ReadWrite);
+    screenProcess->start(progName, RecorderRules::deviceListArguments(), QIODevice::ReadWrite);
 }
 
 void AVRecorder::readInputScreenErr()

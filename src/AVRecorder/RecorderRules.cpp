@@ -43,6 +43,12 @@ QPoint stopDialogPos(int screenWidth, int dialogWidth)
     return {screenWidth - dialogWidth - 20, 10};
 }
 
+QStringList deviceListArguments()
+{
+    return {QStringLiteral("-f"),   QStringLiteral("avfoundation"), QStringLiteral("-list_devices"),
+            QStringLiteral("true"), QStringLiteral("-i"),           QStringLiteral("''")};
+}
+
 QString inputScreen(const QString &chunk, const QString &current)
 {
     const QString screen = QStringLiteral("Capture screen 0");

@@ -28,6 +28,10 @@ QString grabFilter(const QSize &screen, const QRect &region);
 // from the top.
 QPoint stopDialogPos(int screenWidth, int dialogWidth);
 
+// ffmpeg's device list of the avfoundation input: printed on standard
+// error, after which ffmpeg fails on the empty device name.
+QStringList deviceListArguments();
+
 // The screen's number in one chunk of ffmpeg's device list, or `current`
 // when the chunk does not name it.
 QString inputScreen(const QString &chunk, const QString &current);
