@@ -197,6 +197,10 @@ void Sniffer::showPreviousPage()
     appLayer target = LayerMain;
     if (!layerHistory.isEmpty() && layerHistory.last() == LayerOptions)
         target = recordingMode ? LayerMain : LayerInsertURL;
+    // Leaving a recording's Options page leaves the recording: the download
+    // buttons serve addresses again.
+    if (recordingMode)
+        fromRecorder = false;
     recordingMode = false;
     layerHistory.clear();
     showLayer(target);

@@ -200,14 +200,14 @@ private slots:
         QCOMPARE(sniffer.height(), 355);
         QVERIFY(sniffer.uiOptions->inputTitle->isHidden() && sniffer.uiOptions->lblDLLength->isHidden());
         // Recording mode: dark, title, length and list hidden.
-        sniffer.recordingMode = true;
+        sniffer.recordingMode = sniffer.fromRecorder = true;
         sniffer.showLayer(Sniffer::LayerOptions);
         QCOMPARE(sniffer.height(), 165);
         QCOMPARE(sniffer.uiOptions->inputTitle->text(), QString("Screen_Capture_1"));
         QCOMPARE(sniffer.styleSheet(), QString("background-color:#1d1d1e;"));
         sniffer.showPreviousPage();
         QCOMPARE(sniffer.height(), 60);
-        QVERIFY(!sniffer.recordingMode);
+        QVERIFY(!sniffer.recordingMode && !sniffer.fromRecorder); // the buttons serve addresses again
         // Back is one step, never a walk through the history.
         sniffer.showLayer(Sniffer::LayerInsertURL);
         sniffer.showLayer(Sniffer::LayerSettings);
