@@ -31,6 +31,19 @@ function(vidorra_feed_tools dir)
     endforeach()
 endfunction()
 
+# Makes, at `cmake --install`, the symbolic link `link` (relative to the
+# install prefix, under DESTDIR) pointing at `target`, and records it in
+# install_manifest.txt.
+function(vidorra_install_link link target)
+    install(CODE "set(link \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${link}\")
+        get_filename_component(folder \"\${link}\" DIRECTORY)
+        file(MAKE_DIRECTORY \"\${folder}\")
+        message(STATUS \"Installing: \${link} -> ${target}\")
+        file(REMOVE \"\${link}\")
+        file(CREATE_LINK \"${target}\" \"\${link}\" SYMBOLIC)
+        list(APPEND CMAKE_INSTALL_MANIFEST_FILES \"\${link}\")")
+endfunction()
+
 # The same tool links as vidorra_tool_folder, made by `cmake --install` in
 # `destination` (relative to the install prefix).
 function(vidorra_install_tool_links destination)
@@ -39,10 +52,7 @@ function(vidorra_install_tool_links destination)
         list(GET parts 0 name)
         list(GET parts 1 target)
         if(target AND NOT target MATCHES "NOTFOUND$")
-            install(CODE "set(link \$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${destination}/${name})
-                get_filename_component(folder \${link} DIRECTORY)
-                file(MAKE_DIRECTORY \${folder})
-                file(CREATE_LINK ${target} \${link} SYMBOLIC)")
+            vidorra_install_link(${destination}/${name} ${target})
         endif()
     endforeach()
 endfunction()

@@ -11,6 +11,7 @@ packages=(
     yt-dlp python3
     xvfb xauth x11-utils imagemagick fonts-dejavu-core
     chromium
+    librsvg2-bin desktop-file-utils appstream xdotool dpkg-dev file
 )
 
 missing=()
