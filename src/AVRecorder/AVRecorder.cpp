@@ -305,6 +305,34 @@ void AVRecorder::grabVideo(QPoint pos)
              << "arguments"
              << ":" << arguments;
     videoProcess = startGrabber(progName, arguments, &AVRecorder::printVideoOutput, &AVRecorder::printVideoError);
+    // ffmpeg ends only when asked to; ending by itself, or not starting at
+    // all, it cannot grab this screen.
+    connect(videoProcess, QOverload<int, QProcess::ExitStatus>::of(&QProcess::finished), this,
+            &AVRecorder::videoGrabberFailed);
+    connect(videoProcess, &QProcess::errorOccurred, this, [this](QProcess::ProcessError error) {
+        if (error == QProcess::FailedToStart)
+            videoGrabberFailed();
+    });
+}
+
+void AVRecorder::videoGrabberFailed()
+{
+    if (!recording || !videoProcess)
+        return;
+    videoProcess->disconnect(this);
+    printVideoOutput();
+    const QString said = videoProcess->error() == QProcess::FailedToStart ? videoProcess->errorString() : videoSaid;
+    endGrabbers();
+    for (const QString &file : {videoFile, audioFile, resultFile})
+        QFile::remove(file);
+    recording = false;
+    switchAudioCaptureDriver(false);
+    stopDialog->hide();
+    qCritical() << "!!! ERROR: "
+                << "src/AVRecorder/AVRecorder.cpp" << __LINE__ << "videoGrabberFailed"
+                << ":" << said;
+    emit error(1, QStringLiteral("The screen could not be recorded:<br><i>") + said.toHtmlEscaped() +
+                      QStringLiteral("</i>"));
 }
 
 void AVRecorder::grabAudio()
@@ -334,6 +362,7 @@ void AVRecorder::grabAudio()
 void AVRecorder::stopSomeProcess(AVRecorder::stopProcessType type)
 {
     if (type == stopVideo && videoProcess) {
+        videoProcess->disconnect(this); // its end is wanted now
         // "q" is ffmpeg's own quit key: it finishes the file properly.
         videoProcess->write("q");
         videoProcess->waitForFinished(quitWaitMs);
@@ -443,8 +472,9 @@ void AVRecorder::printVideoOutput()
     if (!videoProcess)
         return;
     const QString text = latin1Text(videoProcess->readAllStandardOutput());
-    if (text.isEmpty())
+    if (text.trimmed().isEmpty())
         return;
+    videoSaid = text.trimmed().section(QLatin1Char('\n'), -1);
     if (videoStarted == 0) {
         // The description ffmpeg prints first, not the progress after it.
         videoOutput = (videoOutput + text).right(4096);

@@ -109,6 +109,9 @@ public slots:
     void printAudioError();
     void printAudioVideoOutput();
     void printAudioVideoError();
+    // The video grabber ended without being asked to: the recording ends
+    // with `error`.
+    void videoGrabberFailed();
 
 protected:
     // The buttons and the hint keep their places as the user stretches the window.
@@ -146,6 +149,7 @@ private:
     qint64 videoStarted = 0;
     qint64 audioStarted = 0;
     QString videoOutput; // ffmpeg's output until it has named its start
+    QString videoSaid;   // the last line ffmpeg printed
 };
 
 Q_DECLARE_METATYPE(AVRecorder::ResultingData)

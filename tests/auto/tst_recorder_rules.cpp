@@ -92,6 +92,18 @@ private slots:
         QCOMPARE(closed.size(), 1);
         QVERIFY(QFileInfo(recorder.resultWorkFile()).fileName().endsWith("_res.mpg"));
 
+        // A display ffmpeg cannot open ends the recording with a message, nothing left behind.
+        QSignalSpy failed(&recorder, &AVRecorder::error);
+        const QByteArray display = qgetenv("DISPLAY");
+        qputenv("DISPLAY", ":999");
+        recorder.startRecorder();
+        recorder.clickButtonStart();
+        qputenv("DISPLAY", display);
+        QVERIFY(waitFor([&] { return !failed.isEmpty(); }, 60000));
+        QVERIFY2(failed.first().at(1).toString().contains(":999"), qPrintable(failed.first().at(1).toString()));
+        QVERIFY(!recorder.isRecording() && !recorder.stopWindow()->isVisible());
+        QVERIFY(!QFile::exists(recorder.videoWorkFile()) && !QFile::exists(recorder.audioWorkFile()));
+
         // The light runs along the five spheres, one step at a time.
         StopDialog dialog;
         QCOMPARE(dialog.size(), QSize(321, 115));
