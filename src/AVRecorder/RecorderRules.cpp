@@ -115,22 +115,28 @@ qint64 videoStartMs(const QString &ffmpegOutput)
 {
     static const QRegularExpression start(QStringLiteral("Input #0,.*\\n.*start: (\\d+\\.\\d+)"));
     const QRegularExpressionMatch match = start.match(ffmpegOutput);
+    // A time of day, in seconds: anything of 13 digits or more is not one.
+    const double seconds = match.hasMatch() ? match.captured(1).toDouble() : 0;
+    if (!(seconds > 0 && seconds < 1e12))
+        return 0;
     // Measured with a flash on the screen: the file's first frame shows the
     // screen about two frames (at 30 a second) before the moment ffmpeg
     // names as its start.
-    return match.hasMatch() ? qRound64(match.captured(1).toDouble() * 1000.0) - 67 : 0;
+    return qRound64(seconds * 1000.0) - 67;
 }
 
 qint64 audioStartMs(const QString &soxOutput, qint64 arrivedMs, qint64 best)
 {
-    static const QRegularExpression position(QStringLiteral("In:\\S+\\s+(\\d+):(\\d\\d):(\\d\\d\\.\\d\\d)"));
+    static const QRegularExpression position(QStringLiteral("In:\\S+\\s+(\\d{1,5}):(\\d\\d):(\\d\\d\\.\\d\\d)"));
     auto lines = position.globalMatch(soxOutput);
     while (lines.hasNext()) {
         const QRegularExpressionMatch line = lines.next();
         const double seconds =
             line.captured(1).toInt() * 3600 + line.captured(2).toInt() * 60 + line.captured(3).toDouble();
         const qint64 start = arrivedMs - qRound64(seconds * 1000.0);
-        if (best == 0 || start < best)
+        // 0 stands for no estimate: a line claiming more than was ever
+        // recorded says nothing.
+        if (start > 0 && (best == 0 || start < best))
             best = start;
     }
     return best;
