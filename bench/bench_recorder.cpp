@@ -191,6 +191,7 @@ int main(int argc, char **argv)
         screen.repaint();
         Bench::spin([&] { return QDateTime::currentMSecsSinceEpoch() >= recorder.pictureStartedMs() + 3000; });
 
+        const qint64 stoppedAt = QDateTime::currentMSecsSinceEpoch();
         QElapsedTimer stopClock;
         stopClock.start();
         recorder.stop();
@@ -206,10 +207,11 @@ int main(int argc, char **argv)
         run(ffmpeg, merge);
         const double directMs = 2000.0 + mergeClock.elapsed();
 
+        // The frames in the result against the time the picture was grabbed.
         const QString info = run("ffprobe", {"-v", "error", "-count_frames", "-select_streams", "v", "-show_entries",
-                                             "stream=nb_read_frames,duration", "-of", "default=nw=1", result});
-        const double frames = QRegularExpression("nb_read_frames=(\\d+)").match(info).captured(1).toDouble();
-        const double length = QRegularExpression("duration=([\\d.]+)").match(info).captured(1).toDouble();
+                                             "stream=nb_read_frames", "-of", "default=nw=1:nk=1", result});
+        const double frames = info.trimmed().toDouble();
+        const double length = (stoppedAt - recorder.pictureStartedMs()) / 1000.0;
 
         // The same recording merged plainly, as it was grabbed.
         const QString plain = temp + "/plain.mpg";
@@ -221,8 +223,7 @@ int main(int argc, char **argv)
             QFile::remove(f);
         if (i < 0)
             continue;
-        // The frames span one interval fewer than their number.
-        fps << (frames - 1) / length;
+        fps << frames / length;
         stopRatio << stopMs / directMs;
         if (!qIsNaN(late))
             offset << late;
@@ -234,7 +235,7 @@ int main(int argc, char **argv)
                    .arg(i + 1)
                    .arg(frames)
                    .arg(length, 0, 'f', 3)
-                   .arg((frames - 1) / length, 0, 'f', 2)
+                   .arg(frames / length, 0, 'f', 2)
                    .arg(stopMs, 0, 'f', 0)
                    .arg(directMs, 0, 'f', 0)
                    .arg(late, 0, 'f', 0)
