@@ -12,6 +12,7 @@ packages=(
     xvfb xauth x11-utils imagemagick fonts-dejavu-core
     chromium
     librsvg2-bin desktop-file-utils appstream xdotool dpkg-dev file
+    clang libclang-rt-14-dev
 )
 
 missing=()
