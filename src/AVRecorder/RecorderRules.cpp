@@ -128,18 +128,21 @@ qint64 videoStartMs(const QString &ffmpegOutput)
 qint64 audioStartMs(const QString &soxOutput, qint64 arrivedMs, qint64 best)
 {
     static const QRegularExpression position(QStringLiteral("In:\\S+\\s+(\\d{1,5}):(\\d\\d):(\\d\\d\\.\\d\\d)"));
+    qint64 earliest = best;
     auto lines = position.globalMatch(soxOutput);
     while (lines.hasNext()) {
         const QRegularExpressionMatch line = lines.next();
         const double seconds =
             line.captured(1).toInt() * 3600 + line.captured(2).toInt() * 60 + line.captured(3).toDouble();
         const qint64 start = arrivedMs - qRound64(seconds * 1000.0);
-        // 0 stands for no estimate: a line claiming more than was ever
+        // 0 stands for no estimate: a chunk claiming more than was ever
         // recorded says nothing.
-        if (start > 0 && (best == 0 || start < best))
-            best = start;
+        if (start <= 0)
+            return best;
+        if (earliest == 0 || start < earliest)
+            earliest = start;
     }
-    return best;
+    return earliest;
 }
 
 } // namespace RecorderRules
