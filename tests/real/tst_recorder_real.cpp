@@ -131,14 +131,13 @@ private slots:
         QCOMPARE(pactl({"get-default-source"}), QString("quiet"));
 
         // The picture is the region at 30 frames a second, the tone is heard.
+        // MPEG's stream length is only estimated: the frames, at the stream's 30 a second, tell the time.
         const QString info = probe("ffprobe", {"-v", "error", "-count_frames", "-select_streams", "v", "-show_entries",
-                                               "stream=width,height,nb_read_frames,duration", "-of",
+                                               "stream=width,height,r_frame_rate,nb_read_frames", "-of",
                                                "default=noprint_wrappers=1", result});
-        QVERIFY2(info.contains("width=640\nheight=360"), qPrintable(info));
-        const double seconds = QRegularExpression("duration=([\\d.]+)").match(info).captured(1).toDouble();
+        QVERIFY2(info.contains("width=640\nheight=360\nr_frame_rate=30/1"), qPrintable(info));
         const double frames = QRegularExpression("nb_read_frames=(\\d+)").match(info).captured(1).toDouble();
-        QVERIFY2(qAbs(seconds - 3.0) <= 0.5, qPrintable(info));
-        QVERIFY2(qAbs((frames - 1) / seconds - 30.0) <= 1.0, qPrintable(info)); // frames span one interval fewer
+        QVERIFY2(qAbs(frames / 30.0 - 3.0) <= 0.5, qPrintable(info));
         const QString level = probe("ffmpeg", {"-i", result, "-vn", "-af", "volumedetect", "-f", "null", "-"});
         const double mean = QRegularExpression("mean_volume: (-?[\\d.]+) dB").match(level).captured(1).toDouble();
         QVERIFY2(mean > -20.0 && mean < -3.0, qPrintable(level));
