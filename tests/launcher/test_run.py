@@ -1,8 +1,9 @@
 #!/usr/bin/python3
 """The launcher deploy/run against the real yt-dlp, on media from make_media.sh served on 127.0.0.1:
     /usr/bin/python3 tests/launcher/test_run.py [LAUNCHER (default $VIDORRA_RUN, else deploy/run)] [unittest options]
-Fake tools (VIDORRA_YTDLP) stand in only where the real one cannot answer (update, odd tables)."""
-import concurrent.futures, json, os, shutil, socket, subprocess, sys, tempfile, time, unittest
+Fake tools (VIDORRA_YTDLP) stand in only where the real one cannot answer (update, odd tables).
+Runs share a folder for the cache and the helper (VIDORRA_RUN_DIR); the helpers left are stopped at the end."""
+import concurrent.futures, glob, json, os, shutil, signal, socket, subprocess, sys, tempfile, time, unittest
 
 SOURCE = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 FIXTURES = os.path.join(SOURCE, "tests", "fixtures")
@@ -11,13 +12,51 @@ LAUNCHER = os.path.abspath(sys.argv.pop(1) if len(sys.argv) > 1 and os.path.isfi
 TITLE = "Local Test Clip - Sunrise"
 
 
-def run(*args, tool=None, cwd=None):
+STATE = tempfile.mkdtemp(prefix="run-state-")
+
+
+def env(tool=None, state=None):
+    return dict(os.environ, VIDORRA_YTDLP=tool or "", VIDORRA_RUN_DIR=state or STATE)
+
+
+def run(*args, tool=None, cwd=None, state=None):
     return subprocess.run([LAUNCHER, *args], stdin=subprocess.DEVNULL, capture_output=True,
-                          env=dict(os.environ, VIDORRA_YTDLP=tool or ""), cwd=cwd, timeout=60)
+                          env=env(tool, state), cwd=cwd, timeout=60)
+
+
+def helpers(state):
+    """Process ids of the helpers serving from `state`."""
+    found = []
+    for name in glob.glob(os.path.join(state, "helper-*.pid")):
+        with open(name) as f:
+            pid = int(f.read())
+        try:
+            os.kill(pid, 0)
+            found.append(pid)
+        except OSError:
+            pass
+    return found
+
+
+def stop_helpers(state):
+    """Kills the helpers of `state` and their workers; the folder goes too."""
+    for pid in helpers(state):
+        os.killpg(pid, signal.SIGKILL)  # a helper leads its own group; workers have their own
+        for child in subprocess.run(["pgrep", "-P", str(pid)], capture_output=True).stdout.split():
+            os.kill(int(child), signal.SIGKILL)
+    shutil.rmtree(state, True)
+
+
+def wait_for(condition, what, seconds=30):
+    deadline = time.monotonic() + seconds
+    while not condition():
+        if time.monotonic() > deadline:
+            raise AssertionError("gave up waiting for " + what)
+        time.sleep(0.05)
 
 
 def run_all(argvs, **kw):
-    with concurrent.futures.ThreadPoolExecutor(4) as pool:
+    with concurrent.futures.ThreadPoolExecutor(8) as pool:
         return list(pool.map(lambda argv: run(*argv, **kw), argvs))
 
 
@@ -33,7 +72,8 @@ class LauncherTest(unittest.TestCase):
     def setUpClass(cls):
         cls.tmp = tempfile.mkdtemp(prefix="run-test-")
         cls.addClassCleanup(shutil.rmtree, cls.tmp, True)
-        media = os.path.join(cls.tmp, "media")
+        cls.addClassCleanup(stop_helpers, STATE)
+        cls.media = media = os.path.join(cls.tmp, "media")
         subprocess.run(["/bin/sh", os.path.join(FIXTURES, "make_media.sh"), media], check=True, timeout=120)
         cls.base = cls.serve(media) + "/"
         cls.slow = cls.serve(media, "--rate", "40000") + "/"  # clip.mp4 takes seconds
@@ -106,25 +146,103 @@ class LauncherTest(unittest.TestCase):
         self.assertEqual((r.returncode, os.path.getsize(os.path.join(self.dir, "s.mp4")) > 100000), (0, True), r.stderr)
 
     def test_kill_stops_the_transfer(self):
-        """Data goes to PATH.part; killing the launcher (the program's stop) stops the transfer."""
-        path = os.path.join(self.dir, "slow.mp4")
+        """Data goes to PATH.part; killing the launcher (the program's stop) stops the transfer, whether the
+        launcher runs it itself or its helper does."""
+        alone = tempfile.mkdtemp(dir=self.tmp)  # no helper there
+        run("--get-title", self.base + "watch.html")
+        wait_for(lambda: helpers(STATE), "the helper")
+        for i, state in enumerate((alone, STATE)):
+            with self.subTest(helper=state == STATE):
+                path = os.path.join(self.dir, "slow%d.mp4" % i)
+                proc = subprocess.Popen([LAUNCHER, self.slow + "clip.mp4", "-o", path, "--format", "0"],
+                                        stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL,
+                                        env=env(state=state), cwd=self.dir)
+                self.addCleanup(proc.stdout.close)  # open until the end: a left-over tool must not die of it
+                try:
+                    self.assertRegex(proc.stdout.readline().decode(), r"^\[download\].*%")
+                    wait_for(lambda: os.path.exists(path + ".part"), "the .part file", 20)
+                finally:
+                    proc.kill()
+                    proc.wait()
+                time.sleep(0.5)
+                size = os.path.getsize(path + ".part")
+                time.sleep(1.0)
+                self.assertEqual(os.path.getsize(path + ".part"), size, "the download went on after the stop")
+                self.assertFalse(os.path.exists(path))
+        self.assertEqual(helpers(alone), [])  # a stopped run leaves no helper
+
+    def test_one_extraction_per_address(self):
+        """The runs for one address share one extraction, two addresses at once each their own; answers and a
+        download come from it until it expires; a failed extraction is not kept."""
+        urls = []
+        for name, title in (("one.html", "First Page"), ("two.html", "Second Page")):
+            with open(os.path.join(self.media, "watch.html")) as f:
+                write(os.path.join(self.media, name), f.read().replace(TITLE, title))
+            urls.append(self.base + name)
+        argvs = [argv for url in urls for argv in
+                 (("--get-title", "--get-duration", url), ("--list-formats", url), ("--list-formats", url))]
+        results = run_all(argvs)
+        for url, title, (t, f1, f2) in zip(urls, ("First Page", "Second Page"), zip(*[iter(results)] * 3)):
+            with self.subTest(url=url):
+                self.assertEqual((t.returncode, t.stdout.decode().splitlines()), (0, [title, "0:05"]), t.stderr)
+                self.assertEqual([b"(best)" in f.stdout for f in (f1, f2)], [True, True])
+                self.assertLessEqual(sum(b"Extracting URL" in f.stdout for f in (f1, f2)), 1)  # one extracted at most
+
+        page, url = os.path.join(self.media, "one.html"), urls[0]
+        os.rename(page, page + ".gone")
+        out = os.path.join(self.dir, "kept.mp4")
+        answers = run_all([("--get-title", url), (url, "-o", out, "--format", "0")])
+        self.assertEqual([(r.returncode, r.stdout.splitlines()[:1]) for r in answers],
+                         [(0, [b"First Page"]), (0, [answers[1].stdout.splitlines()[0]])])
+        self.assertGreater(os.path.getsize(out), 100000)
+
+        old = time.time() - 600
+        for entry in glob.glob(os.path.join(STATE, "*.json")):
+            os.utime(entry, (old, old))
+        self.assertNotEqual(run("--get-title", url).returncode, 0)  # expired: the page is asked again
+        with open(page + ".gone") as f:
+            write(page, f.read().replace("First Page", "Changed Page"))
+        self.assertEqual(run("--get-title", url).stdout, b"Changed Page\n")  # the failure was not kept
+
+    def test_helper_and_its_socket(self):
+        """A run left a helper; a helper dying mid-run leaves the run to the launcher; a socket or a folder of
+        another user is never used."""
+        state = tempfile.mkdtemp(dir=self.tmp)
+        self.addCleanup(stop_helpers, state)
+        self.assertEqual(run("--get-title", self.base + "watch.html", state=state).returncode, 0)
+        wait_for(lambda: helpers(state) and glob.glob(os.path.join(state, "*.sock")), "the helper")
+        helper, sock = helpers(state)[0], glob.glob(os.path.join(state, "*.sock"))[0]
+        self.assertEqual(os.stat(state).st_mode & 0o777, 0o700)
+
+        path = os.path.join(self.dir, "saved.mp4")
         proc = subprocess.Popen([LAUNCHER, self.slow + "clip.mp4", "-o", path, "--format", "0"],
-                                stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL,
-                                env=dict(os.environ, VIDORRA_YTDLP=""), cwd=self.dir)
-        self.addCleanup(proc.stdout.close)  # open until the end: a left-over tool must not die of it
-        try:
-            self.assertRegex(proc.stdout.readline().decode(), r"^\[download\].*%")
-            deadline = time.monotonic() + 20
-            while not os.path.exists(path + ".part") and time.monotonic() < deadline:
-                time.sleep(0.05)
-        finally:
-            proc.kill()
-            proc.wait()
-        time.sleep(0.5)
-        size = os.path.getsize(path + ".part")
-        time.sleep(1.0)
-        self.assertEqual(os.path.getsize(path + ".part"), size, "the download went on after the stop")
-        self.assertFalse(os.path.exists(path))
+                                stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                                env=env(state=state))
+        self.assertRegex(proc.stdout.readline().decode(), r"^\[download\].*%")
+        workers = subprocess.run(["pgrep", "-P", str(helper)], capture_output=True).stdout.split()
+        self.assertEqual(len(workers), 1)  # the helper runs it
+        stop_helpers(state)
+        out, err = proc.communicate(timeout=60)
+        self.assertEqual(proc.returncode, 0, err)
+        self.assertIn(b"100%", out)
+        self.assertEqual(os.path.getsize(path), os.path.getsize(os.path.join(self.media, "clip.mp4")))
+
+        if os.geteuid() != 0:
+            self.skipTest("needs root to give files to another user")
+        os.mkdir(state, 0o700)
+        foreign = socket.socket(socket.AF_UNIX)
+        self.addCleanup(foreign.close)
+        foreign.bind(sock)
+        foreign.listen()
+        foreign.setblocking(False)
+        os.chown(sock, 65534, 65534)
+        other = tempfile.mkdtemp(dir=self.tmp)
+        os.chown(other, 65534, 65534)
+        for folder in (state, other):
+            r = run("--get-title", self.base + "watch.html", state=folder)
+            self.assertEqual((r.returncode, r.stdout), (0, TITLE.encode() + b"\n"), r.stderr)
+        self.assertRaises(BlockingIOError, foreign.accept)
+        self.assertEqual(os.listdir(other), [])
 
     def test_failures_run_nothing(self):
         """Addresses never reach a shell nor become options; unreachable, missing, unknown things fail (not as usage)."""
