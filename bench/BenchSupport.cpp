@@ -4,10 +4,14 @@
 #include <QElapsedTimer>
 #include <QEventLoop>
 
+#include <QDir>
 #include <QFile>
+#include <QThread>
 
 #include <algorithm>
 #include <cstdio>
+
+#include <signal.h>
 
 namespace Bench {
 
@@ -124,6 +128,74 @@ double titleAndFormatsDirect(const QString &launcher, const QString &page)
     const double s = seconds(clock);
     delete t;
     delete f;
+    return s;
+}
+
+namespace {
+QString launcherState;
+
+QList<qint64> helperPids()
+{
+    QList<qint64> pids;
+    for (const QString &name : QDir(launcherState).entryList({QStringLiteral("helper-*.pid")})) {
+        QFile f(launcherState + QLatin1Char('/') + name);
+        if (f.open(QIODevice::ReadOnly))
+            pids << f.readAll().trimmed().toLongLong();
+    }
+    return pids;
+}
+
+// Processor time of a process so far, in clock ticks (utime + stime).
+qint64 cpuTicks(qint64 pid)
+{
+    QFile stat(QStringLiteral("/proc/%1/stat").arg(pid));
+    if (!stat.open(QIODevice::ReadOnly))
+        return -1;
+    const QByteArray text = stat.readAll();
+    const QList<QByteArray> rest = text.mid(text.lastIndexOf(')') + 2).split(' ');
+    return rest.value(11).toLongLong() + rest.value(12).toLongLong();
+}
+} // namespace
+
+void useLauncherState(const QString &dir)
+{
+    launcherState = dir;
+    qputenv("VIDORRA_RUN_DIR", QFile::encodeName(dir));
+}
+
+void forgetLauncherState()
+{
+    for (qint64 pid : helperPids())
+        if (pid > 0)
+            ::kill(pid_t(pid), SIGKILL);
+    QDir(launcherState).removeRecursively();
+}
+
+void waitForIdleHelper()
+{
+    QElapsedTimer clock;
+    clock.start();
+    qint64 before = -2;
+    while (clock.elapsed() < 30000) {
+        const QList<qint64> pids = helperPids();
+        const qint64 now = pids.isEmpty() ? -1 : cpuTicks(pids.first());
+        if (now >= 0 && now == before)
+            return;
+        before = now;
+        QThread::msleep(300);
+    }
+}
+
+double dumpJsonDirect(const QString &url)
+{
+    QElapsedTimer clock;
+    clock.start();
+    QProcess *p = startDirect(QStringLiteral("yt-dlp"), {QStringLiteral("-J"), url});
+    spin([&] { return finishedOk(p); });
+    const double s = seconds(clock);
+    if (p->exitCode() != 0)
+        out() << "  (yt-dlp -J failed)\n";
+    delete p;
     return s;
 }
 

@@ -46,6 +46,20 @@ double titleAndFormatsDirect(const QString &launcher, const QString &page);
 // ("http://127.0.0.1:PORT/") or an empty string.
 QString startMediaServer(QProcess &server, const QString &dir);
 
+// The launcher keeps the tool's information and its helper in a folder of
+// its own (VIDORRA_RUN_DIR). useLauncherState() points it into `dir`;
+// forgetLauncherState() stops the helper there and empties the folder, as
+// on a computer where the launcher has not run for a while.
+void useLauncherState(const QString &dir);
+void forgetLauncherState();
+// Waits until the helper of the launcher state has started and is idle (it
+// loads the rest of the tool after its first run), at most 30 s.
+void waitForIdleHelper();
+
+// `yt-dlp -J URL`, as other programs ask the tool once per address: the
+// time until it ends.
+double dumpJsonDirect(const QString &url);
+
 // Points HOME and the XDG folders into `home`, so the program's settings and
 // data never touch the user's, and runs the window offscreen unless told.
 void usePrivateHome(const QString &home);
