@@ -109,7 +109,7 @@ int main(int argc, char **argv)
     };
     download.between = [&] { QFile::remove(target); };
 
-    // (e) from the download button to the first progress figure, for a
+    // (h) from the download button to the first progress figure, for a
     // format just listed (the Options page was shown a moment before):
     // the engine against the tool started directly with the arguments the
     // launcher used to hand it (before it kept the tool loaded and the
@@ -215,7 +215,7 @@ int main(int argc, char **argv)
     freshInput();
     ratios << measure("(c) audio extraction", conversion, runs);
     progress.between();
-    const double firstProgress = measure("(e) download button to the first progress figure", progress, runs);
+    const double firstProgress = measure("(h) download button to the first progress figure", progress, runs);
     forgetLauncherState();
     QFile::remove(input);
     QFile::remove(audio);
