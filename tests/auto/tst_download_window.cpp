@@ -1,20 +1,18 @@
-#include <QtTest>
-
-#include <QtWidgets>
-
-#include <memory>
-
 #include "Sniffer/DownloadRules.h"
+#include "Sniffer/SniffedRules.h"
 #include "Sniffer/Sniffer.h"
+#include "Sniffer/SnifferQueue.h"
 #include "TestSupport.h"
 #include "ui_InsertURL.h"
 #include "ui_Navigation.h"
+#include "ui_OldSniffer.h"
 #include "ui_Options.h"
 #include "ui_Progress.h"
 #include "ui_Settings.h"
 #include "ui_Sniffer.h"
 
-// The download workflow of the real window (offscreen) through its widgets; the stand-in downloader, the real ffmpeg.
+// The downloads of the real window (offscreen) through its widgets, from a typed address and from the sniffed media
+// list (its queue, the update notice and the self-test too); the stand-in downloader, the real ffmpeg.
 class DownloadWindowTest : public QObject
 {
     Q_OBJECT
@@ -22,6 +20,7 @@ class DownloadWindowTest : public QObject
     QTemporaryDir work;
     std::unique_ptr<Sniffer> sniffer;
     QString boxTitle, boxText, clip;
+    QStringList opened; // addresses given to the desktop
     int scenarios = 0;
     const QString canonical = "https://www.youtube.com/watch?v=BaW_jenozKc";
     const QString dataFolder = qEnvironmentVariable("XDG_DATA_HOME") + "/Vidorra 2";
@@ -72,6 +71,26 @@ class DownloadWindowTest : public QObject
         QVERIFY(sniffer->ui->widgetNavigation->isVisible() && !sniffer->ui->widgetOptions->isVisible());
     }
 
+    QListWidget *list() const
+    {
+        return sniffer->uiOldSniffer->mediaList;
+    }
+    QString row(int r) const
+    {
+        return list()->item(r)->text();
+    }
+    // The colour of a row's state square.
+    QRgb square(int row) const
+    {
+        return list()->item(row)->icon().pixmap(16, 16).toImage().pixel(8, 8);
+    }
+    void report(const char *address, qint64 size, const char *type = "video/mp4")
+    {
+        VideoSnifferCallback(address, "http://page", std::to_string(size), type);
+        while (g_urlData.records.size())
+            sniffer->checkUrlQueue();
+    }
+
     void save(QPushButton *button, const QString &name, std::function<void()> afterSave = {})
     {
         answerSaveDialog(name, QString(), afterSave);
@@ -87,21 +106,32 @@ class DownloadWindowTest : public QObject
                boxTitle == "Processing state:" && waitForPage(sniffer->ui->widgetInsertURL);
     }
 
+public slots:
+    void openUrl(const QUrl &url)
+    {
+        opened << url.toString();
+    }
+
 private slots:
     void initTestCase()
     {
-        QCoreApplication::setAttribute(Qt::AA_DontUseNativeDialogs);
         clip = work.filePath("clip.mp4");
-        QVERIFY(work.isValid() && makeClip(clip, 1.0, true));
+        QVERIFY(work.isValid() && makeClip(clip));
+        for (const char *scheme : {"http", "https", "file"})
+            QDesktopServices::setUrlHandler(scheme, this, "openUrl");
     }
 
     void init()
     {
+        QDir(dataFolder).removeRecursively();
         QVERIFY(writeSettings(dataFolder, "[error_titles]\n1=\"Address not accepted\"\n2=\"Video not read\"\n"
                                           "[error_messages]\n2=\"1~Not an address of the video site.\"\n"
+                                          "9=\"3~Not saved.\"\n"
                                           "[error_messages_dl]\n3=\"2~Title and length could not be read.\"\n"
-                                          "[os_urls]\n1=127.0.0.1\n2=vimeo.com\n"));
+                                          "[os_urls]\n1=127.0.0.1\n2=vimeo.com\n[mirel_test_urls]\n1=a\n2=b\n3=c\n"
+                                          "[test_sniffer]\n0=http://test.page/\n1=help/index.html\n"));
         scenario(QString());
+        opened.clear();
         sniffer.reset(new Sniffer(nullptr));
         sniffer->start();
         QVERIFY(QTest::qWaitForWindowExposed(sniffer.get()));
@@ -249,15 +279,13 @@ private slots:
 
     void saveDialogsAndFolders()
     {
-        // The sniffed list's Save As cleans the typed name; Cancel gives no name.
+        // The sniffed list's Save As cleans the typed name.
         const QString folder = work.filePath("sniffed");
         QVERIFY(QDir().mkpath(folder));
         sniffer->uiSettings->pathAudio->setText(folder);
         sniffer->snifferSaveMode = DownloadRules::KindAudio;
         answerSaveDialog("My_Clip - 2.mp3");
         QCOMPARE(sniffer->GetSaveAsFullPath("mp3"), folder + "/My.Clip.2.mp3");
-        answerNextModal([](QWidget *w) { qobject_cast<QDialog *>(w)->reject(); });
-        QCOMPARE(sniffer->GetSaveAsFullPath("mp3"), QString());
         QComboBox *folders = sniffer->uiOptions->selectPath;
         auto listed = [folders] {
             QStringList items;
@@ -295,6 +323,174 @@ private slots:
         sniffer->uiOptions->btnSelectPath->click();
         QCOMPARE(folders->currentText(), work.filePath("out"));
         QCOMPARE(folders->count(), 6);
+    }
+
+    void listKeepsTheNewestAndDropsRepeats()
+    {
+        report("early.example/a.mp4", 500000); // before the page is first opened: counted, then cleared
+        QCOMPARE(sniffer->sniffedCount, 1);
+        QTest::mouseClick(sniffer->uiNavigation->btnSniffer, Qt::LeftButton);
+        QVERIFY(sniffer->ui->widgetOldSniffer->isVisible() && list()->count() == 0);
+        QVERIFY(!sniffer->uiOldSniffer->pbRemove->isEnabled());
+
+        report("small.example/a.mp4", 99999);
+        report("media.example/first.flv", 100000, "video/x-flv");
+        report("media.example/first.flv", 200000);
+        report("other.example/same-size.mp4", 100000);
+        QCOMPARE(list()->count(), 1);
+        QCOMPARE(row(0), SniffedRules::rowText("1. " + sniffer->sniffedEntries[0].time, "video/flv", "0.10 MB"));
+        QCOMPARE(sniffer->sniffedEntries[0].url, QString("http://media.example/first.flv"));
+        QCOMPARE(square(0), QColor(0xe0, 0x45, 0x3a).rgb());
+
+        // Three reports wait for three looks at the queue.
+        for (int i = 2; i <= 4; ++i)
+            VideoSnifferCallback("media.example/" + std::to_string(i), "", std::to_string(100000 + i), "video/mp4");
+        sniffer->checkUrlQueue();
+        sniffer->checkUrlQueue();
+        QCOMPARE(list()->count(), 3);
+        sniffer->checkUrlQueue();
+        QCOMPARE(list()->count(), 4);
+
+        for (int i = 5; i <= 27; ++i)
+            report(qPrintable("media.example/" + QString::number(i)), 100000 + i);
+        QCOMPARE(list()->count(), 25);
+        QVERIFY(row(0).startsWith("27. ") && row(24).startsWith("3. "));
+
+        // A page of the video site cannot be previewed.
+        report("www.youtube.com/watch?v=x", 999999);
+        QVERIFY(!sniffer->uiOldSniffer->pbPreview->isEnabled());
+        list()->setCurrentRow(1);
+        sniffer->onClickOldSnifferListItem(list()->item(1));
+        QVERIFY(sniffer->uiOldSniffer->pbPreview->isEnabled());
+
+        // Remove flashes its pressed look, then takes the current row away
+        // (once, however often the page was opened).
+        QTest::mouseClick(sniffer->uiNavigation->btnBack, Qt::LeftButton);
+        QTest::mouseClick(sniffer->uiNavigation->btnSniffer, Qt::LeftButton);
+        list()->setCurrentRow(1);
+        const QString removed = list()->currentItem()->text();
+        QTest::mouseClick(sniffer->uiOldSniffer->pbRemove, Qt::LeftButton);
+        const QImage pressed = QIcon(":btnRemoveOSNclc").pixmap(24, 24).toImage();
+        QCOMPARE(sniffer->uiOldSniffer->pbRemove->icon().pixmap(24, 24).toImage(), pressed);
+        QVERIFY(waitFor([&] { return sniffer->uiOldSniffer->pbRemove->icon().pixmap(24, 24).toImage() != pressed; }));
+        QCOMPARE(list()->count(), 24);
+        QVERIFY(row(0) != removed && row(1) != removed);
+        while (list()->count())
+            sniffer->onClickOldSnifferRemove();
+        QVERIFY(!sniffer->uiOldSniffer->pbDownloadVideo->isEnabled() && !sniffer->uiOldSniffer->pbPreview->isEnabled());
+    }
+
+    void savesTransferTheMedia()
+    {
+        QTest::mouseClick(sniffer->uiNavigation->btnSniffer, Qt::LeftButton);
+        scenario("[download]\npart: 4096\nmedia: " + clip +
+                 "\n[download 2]\npart: 4096\nexit: 1\n[download 3]\nmedia: " + clip + "\n");
+        report("media.example/clip.mp4", 300000);
+        sniffer->uiSettings->pathVideo->setText(work.path());
+        sniffer->uiSettings->pathAudio->setText(work.path());
+        QSignalSpy finished(sniffer.get(), &Sniffer::downloadFinished);
+
+        save(sniffer->uiOldSniffer->pbDownloadVideo, "My clip");
+        QCOMPARE(square(0), QColor(0xf2, 0xc2, 0x30).rgb());
+        QVERIFY(!sniffer->uiOldSniffer->pbDownloadVideo->isEnabled());
+        report("media.example/other.mp4", 400000); // a new row leaves the save's button off
+        QVERIFY(!sniffer->uiOldSniffer->pbDownloadVideo->isEnabled());
+        QVERIFY(waitFor([&] { return finished.size() == 1; }));
+        QCOMPARE(finished.at(0).at(0).toString(), work.path() + "/My clip.mp4");
+        QCOMPARE(streams(work.path() + "/My clip.mp4"), streams(clip));
+        QCOMPARE(square(1), QColor(0x3f, 0xbf, 0x5a).rgb());
+        sniffer->RemoveAt(1);
+
+        // A failed save goes back to red, leaves nothing behind and says why.
+        save(sniffer->uiOldSniffer->pbDownloadVideo, "Lost", [this] { closeNextMessage(&boxTitle, &boxText); });
+        QVERIFY(waitFor([&] { return !boxText.isEmpty(); }));
+        QVERIFY2(boxText.startsWith("Not saved.") &&
+                     boxText.contains("<li>The downloader ended with exit code 1.</li>"),
+                 qPrintable(boxText));
+        QCOMPARE(square(0), QColor(0xe0, 0x45, 0x3a).rgb());
+        QCOMPARE(finished.size(), 1);
+        QCOMPARE(QDir(work.path()).entryList({"Lost*"}), QStringList());
+
+        // An audio save holds the sound alone.
+        save(sniffer->uiOldSniffer->pbDownloadAudio, "Tune");
+        QVERIFY(waitFor([&] { return finished.size() == 2; }));
+        QCOMPARE(QDir(work.path()).entryList({"Tune*"}), QStringList{"Tune.mp3"});
+        QCOMPARE(streams(work.path() + "/Tune.mp3"), QString("mp3=audio"));
+
+        // A cancelled dialog changes nothing.
+        answerNextModal([](QWidget *w) { qobject_cast<QDialog *>(w)->reject(); });
+        QCOMPARE(sniffer->onClickOldSnifferDownload(), QString());
+
+        // An audio save leaves a plain ".mp3" copy beside the file.
+        emit sniffer->downloadFinished(work.path() + "/My clip.mp4");
+        QCOMPARE(QFileInfo(work.path() + "/My clip.mp3").size(), QFileInfo(clip).size());
+
+        // Closing the window during a save leaves nothing of it.
+        scenario("[download]\npart: 4096\nhang\n");
+        save(sniffer->uiOldSniffer->pbDownloadVideo, "Unfinished");
+        QVERIFY(waitFor([&] { return QFile::exists(work.path() + "/Unfinished.mp4.part"); }));
+        sniffer.reset();
+        QCOMPARE(QDir(work.path()).entryList({"Unfinished*"}), QStringList());
+    }
+
+    void updateNoticeAndSelfTest()
+    {
+        QVERIFY(!sniffer->checkLastUpdateDate());
+        QSettings(dataFolder + "/sniffer.ini", QSettings::IniFormat).setValue("last_update", "0");
+        Sniffer other;
+        QVERIFY(other.checkLastUpdateDate() && !other.checkLastUpdateDate());
+
+        // Ctrl+U: the update layer, then the notice with the tool's version.
+        closeNextMessage(&boxTitle, &boxText);
+        QApplication::setActiveWindow(sniffer.get());
+        QVERIFY(QTest::qWaitForWindowActive(sniffer.get()));
+        QTest::keyClick(sniffer.get(), Qt::Key_U, Qt::ControlModifier);
+        QVERIFY(sniffer->ui->widgetNavigation->isVisible() && !sniffer->uiNavigation->btnSniffer->isVisible());
+        QVERIFY(waitFor([&] { return !boxText.isEmpty(); }));
+        QCOMPARE(boxText, QString("Vidorra 2 2023.03.04 is up-to-date"));
+        QVERIFY(sniffer->windowTitle().contains("2023.03.04"));
+        QVERIFY(sniffer->uiNavigation->btnSniffer->isVisible());
+
+        // The self-test opens its page beside the list, with the notice under it.
+        sniffer->testSniffer();
+        QCOMPARE(opened, QStringList{"http://test.page/"});
+        QCOMPARE(sniffer->height(), 60 + 320);
+        QCOMPARE(sniffer->uiOldSniffer->stackedWidget->currentIndex(), 1);
+        emit sniffer->uiOldSniffer->label_2->linkActivated("help-desk");
+        QCOMPARE(opened.last(),
+                 QUrl::fromLocalFile(QCoreApplication::applicationDirPath() + "/help/index.html").toString());
+        sniffer->runOldSniffer();
+        QCOMPARE(sniffer->height(), 60 + 170);
+
+        for (const char *expected : {"a", "b", "c", "a"}) {
+            sniffer->mirelSetDefaultURL();
+            QCOMPARE(sniffer->uiInsertURL->inputURL->text(), QString(expected));
+        }
+        // The field's clear button fades in; its animation goes only when done.
+        for (QToolButton *button : sniffer->uiInsertURL->inputURL->findChildren<QToolButton *>())
+            QVERIFY(waitFor([button] { return button->property("opacity").toReal() == 1.0; }));
+
+        sniffer->appSettings.tables["test_sniffer"].clear();
+        closeNextMessage(&boxTitle, &boxText);
+        sniffer->testSniffer();
+        QVERIFY(boxText.contains("<b>error #8:9</b>"));
+    }
+
+    void addressMenuOfOtherSites()
+    {
+        QPushButton *button = sniffer->uiNavigation->btnDownloaderOS;
+        const QPoint inside = button->mapTo(sniffer.get(), QPoint(3, 3));
+        emit sniffer->customContextMenuRequested(inside + QPoint(button->width(), 0));
+        QVERIFY(!QApplication::activePopupWidget());
+        QTest::mousePress(button, Qt::RightButton, {}, QPoint(3, 3));
+        QVERIFY(waitFor([] { return QApplication::activePopupWidget(); }));
+        auto *menu = qobject_cast<QMenu *>(QApplication::activePopupWidget());
+        QCOMPARE(menu->actions().size(), 2); // in the order of the settings' numbers
+        menu->actions().last()->trigger();
+        menu->close();
+        QCOMPARE(opened, QStringList{"http://vimeo.com"});
+        QVERIFY(sniffer->ui->widgetInsertURL->isVisible());
+        QCOMPARE(sniffer->appSettings.urlTable, QString("os_urls"));
     }
 };
 

@@ -1,6 +1,9 @@
-// The engine's jobs against the stand-in launcher: what a child prints, how it ends, what the engine makes of it.
+// The engine's jobs against the stand-in launcher: what a child prints, how it ends, what the engine makes of it;
+// its conversions through the real ffmpeg ("ffmpeg9_311" beside this test), checked with ffprobe, and their clean-up.
 #include "Fiofostis/Downloader.h"
 #include "TestSupport.h"
+
+#include <sys/stat.h>
 
 namespace {
 
@@ -16,7 +19,7 @@ struct Job : QObject
     QStringList events;
     QString log;
 
-    explicit Job(const QString &scenario, bool launcherMissing = false)
+    explicit Job(const QString &scenario = QString(), bool launcherMissing = false)
     {
         log = useScenario(dir.filePath("scenario"), scenario);
         QUrl address(pageUrl);
@@ -32,6 +35,7 @@ struct Job : QObject
         connect(&d, &Downloader::haveFile, this, tell("file"));
         connect(&d, &Downloader::testOK, this, tell("testOK"));
         connect(&d, &Downloader::snifferUpdated, this, tell("updated"));
+        connect(&d, &Downloader::doneExtractAudio, this, tell("done"));
     }
     bool wait(int count)
     {
@@ -40,9 +44,12 @@ struct Job : QObject
     // Waits until the engine has handled the end of every child it holds.
     bool settle()
     {
-        return waitFor([this] {
-            return !d.processTitle && !d.processFormats && !d.processFile && !d.processUpdate && !d.processTest;
-        });
+        return waitFor(
+            [this] {
+                return !d.processTitle && !d.processFormats && !d.processFile && !d.processUpdate && !d.processTest &&
+                       !d.processFFmpeg;
+            },
+            60000);
     }
 };
 
@@ -52,7 +59,20 @@ class TestDownloaderProcess : public QObject
 {
     Q_OBJECT
 
+    QTemporaryDir work;
+    // A copy of the clip made at the start, in the job's folder.
+    QString clipIn(Job &job, const QString &name)
+    {
+        const QString copy = job.dir.filePath(name);
+        return QFile::copy(work.filePath("source.mp4"), copy) ? copy : QString();
+    }
+
 private slots:
+    void initTestCase()
+    {
+        QVERIFY(makeClip(work.filePath("source.mp4")));
+    }
+
     void setUrl()
     {
         Downloader d;
@@ -69,8 +89,6 @@ private slots:
             {"out: My-Video: Part 1\nout: 1:02:03", "1 02 03", "0:00"}, // each read stands alone
             {"exit: 0", "default", "0:00"},
             {"out: Привет мир\\n2:00", "", "2:00"},
-            {"out: The_Quick.Brown-Fox, jumps: over the lazy dog!! 50\\n10:00", "The Quick Brown Fox jumps over",
-             "10:00"},
             {"out: Abc\\x00def\\n1:00", "Abc", "0:00"},
         };
         for (const auto &[script, title, duration] : rows) {
@@ -222,6 +240,108 @@ private slots:
         QTest::qWait(200);
         QCOMPARE(job.events.mid(5), QStringList{"percent 45.3"});
         QCOMPARE(job.d.step, Downloader::stepFile);
+    }
+    void conversions_data()
+    {
+        QTest::addColumn<QString>("output");
+        QTest::addColumn<int>("kind");
+        QTest::addColumn<QString>("expected");
+        auto row = [](const QString &output, int kind, const QString &expected) {
+            QTest::newRow(qPrintable(output)) << output << kind << expected;
+        };
+        // Video: a recording's conversion (1, input kept), a download in another container (2, download removed).
+        for (const char *output : {"out.mp4", "out.m4v", "out.mov"})
+            row(output, 1, "mpeg4=video");
+        row("out.flv", 1, "flv1=video");
+        row("out.mkv", 2, "mpeg4=video");
+        // The audio of a download (kind 0, download removed) is the sound alone; a recording's WAV too.
+        for (const QString audio :
+             {"mp3 mp3", "m4a aac", "aiff pcm_s16be", "wma wmav2", "flac flac", "aac aac", "ogg vorbis"})
+            row("out." + audio.section(' ', 0, 0), 0, audio.section(' ', 1) + "=audio");
+        row("out.wav", 1, "pcm_s16le=audio");
+    }
+    void conversions()
+    {
+        QFETCH(QString, output);
+        QFETCH(int, kind);
+        QFETCH(QString, expected);
+        Job job;
+        const QString in = clipIn(job, "My Video.mp4"), target = job.dir.filePath(output);
+        job.d.formatConverting(in, target, Downloader::FormatConvertingFrom(kind));
+        QVERIFY(job.settle()); // the finished ffmpeg let go
+        QCOMPARE(job.events, QStringList{"done"});
+        // A video keeps whatever audio codec ffmpeg picks; an audio file holds exactly one stream.
+        const QString found = streams(target);
+        if (expected.contains("video"))
+            QVERIFY2(found.contains(expected) && found.contains("=audio"), qPrintable(found));
+        else
+            QCOMPARE(found, expected);
+        QCOMPARE(QFile::exists(in), kind == 1);
+        QCOMPARE(job.d.step, Downloader::stepIdle);
+        QCOMPARE(job.d.options->steps, Steps{Downloader::stepConverting});
+    }
+
+    void conversionFailures_data()
+    {
+        // ffmpeg reads "file:X" as X, the engine literally: such an output is never found, such an input never removed.
+        QTest::addColumn<QString>("from");
+        QTest::addColumn<QString>("to");
+        QTest::addColumn<QString>("expected");
+        QTest::newRow("not media") << "text"
+                                   << "out.mp3"
+                                   << "error 5";
+        QTest::newRow("audio file not found") << "clip"
+                                              << "file:out.mp3"
+                                              << "error 6";
+        QTest::newRow("video cannot be removed") << "file:clip"
+                                                 << "out.mp3"
+                                                 << "error 7";
+    }
+    void conversionFailures()
+    {
+        QFETCH(QString, from);
+        QFETCH(QString, to);
+        QFETCH(QString, expected);
+        Job job;
+        const QString video = clipIn(job, "input.mp4"), audio = job.dir.filePath(to.section(':', -1));
+        QFile text(video);
+        QVERIFY(from != "text" || (text.open(QIODevice::WriteOnly | QIODevice::Truncate) && text.write("plain") > 0));
+        text.close();
+        job.d.formatConverting(from.startsWith("file:") ? "file:" + video : video,
+                               to.startsWith("file:") ? "file:" + audio : audio, Downloader::fromAudioExtraction);
+        QVERIFY(job.settle()); // the finished ffmpeg let go
+        QCOMPARE(job.events, QStringList{expected});
+        QVERIFY2(QFile::exists(video), "a failed conversion keeps the downloaded video");
+        QVERIFY(job.d.options->steps.isEmpty());
+        QCOMPARE(job.d.step, Downloader::stepIdle);
+        // Errors 6 and 7 come after ffmpeg wrote the audio file.
+        if (expected != "error 5")
+            QCOMPARE(streams(audio), QString("mp3=audio"));
+    }
+
+    void conversionStopRemovesInputAndOutputOnly()
+    {
+        // ffmpeg waits for a writer on a named pipe until stopped; a file named "-i" in the working folder stays.
+        Job job;
+        const QString pipe = job.dir.filePath("live.nut"), output = job.dir.filePath("live.mkv");
+        QCOMPARE(::mkfifo(QFile::encodeName(pipe).constData(), 0600), 0);
+        QFile(output).open(QIODevice::WriteOnly);
+        const QString previousFolder = QDir::currentPath();
+        QDir::setCurrent(job.dir.path());
+        QFile("-i").open(QIODevice::WriteOnly);
+        job.d.formatConverting(pipe, output, Downloader::fromAudioExtraction);
+        QVERIFY(waitFor([&] { return job.d.processFFmpeg->state() == QProcess::Running; }, 10000));
+        QTest::qWait(300);
+        const qint64 pid = job.d.processFFmpeg->processId();
+        job.d.stop();
+        const bool dashKept = QFile::exists("-i");
+        QDir::setCurrent(previousFolder);
+        QVERIFY2(!alive(pid), "ffmpeg still runs");
+        QVERIFY(!QFile::exists(pipe) && !QFile::exists(output) && dashKept);
+        job.d.stop();
+        QTest::qWait(200);
+        QCOMPARE(job.events, QStringList());
+        QCOMPARE(job.d.step, Downloader::stepConverting);
     }
 };
 

@@ -7,10 +7,6 @@
 #include "Platform/Platform.h"
 #include "TestSupport.h"
 
-#include <QRandomGenerator>
-
-#include <memory>
-
 namespace {
 
 QByteArray frame(const QByteArray &json)
@@ -66,129 +62,123 @@ class TestFeed : public QObject
     Q_OBJECT
 
 private slots:
-    void rules_data();
-    void rules();
-    void lines();
-    void host();
-    void sniff_data();
-    void sniff();
-};
-
-void TestFeed::rules_data()
-{
-    QTest::addColumn<QByteArray>("json");
-    QTest::addColumn<QString>("stored"); // address and size; empty: dropped
-    const auto row = [](const char *tag, const char *url, const char *size, const char *stored) {
-        QTest::newRow(tag) << report(QLatin1String(url), QLatin1String(size)) << QString::fromLatin1(stored);
-    };
-    row("http", "http://a.example/v.mp4", "100000", "a.example/v.mp4 100000");
-    row("https, any case", "HTTPS://a.example/v?x=1", "7", "a.example/v?x=1 7");
-    row("no scheme", "a.example:8080/v.webm", "0", "a.example:8080/v.webm 0");
-    row("size as number", "a.example/v", "#123456#", "a.example/v 123456");
-    row("size with leading zeros", "a.example/v", "000123", "a.example/v 123");
-    row("size of 19 digits", "a.example/v", "1234567890123456789", "");
-    row("negative size", "a.example/v", "#-5#", "");
-    row("fractional size", "a.example/v", "#1.5#", "");
-    row("huge size", "a.example/v", "#1e300#", "");
-    row("size in words", "a.example/v", "12 MB", "");
-    row("ftp", "ftp://a.example/v.mp4", "1", "");
-    row("blob", "blob:https://a.example/1", "1", "");
-    row("no host", "/v.mp4", "1", "");
-    QTest::newRow("no size") << QByteArray("{\"url\":\"a.example/v\"}") << "";
-    QTest::newRow("not JSON") << QByteArray("{\"url\":\"a.example/v\",\"size\":1") << "";
-    QTest::newRow("command from the browser") << QByteArray("{\"command\":\"showSniffed\"}") << "";
-}
-
-void TestFeed::rules()
-{
-    QFETCH(QByteArray, json);
-    QFETCH(QString, stored);
-    const Feed::Message message = Feed::readMessage(json, false);
-    QCOMPARE(message.kind == Feed::Message::MediaReport ? message.report.address + ' ' + message.report.size : "",
-             stored);
-    QCOMPARE(message.reason.isEmpty(), !stored.isEmpty());
-}
-
-void TestFeed::lines()
-{
-    Feed::LineReader reader; // a line over 64 KiB goes, up to its end
-    QCOMPARE(reader.add(QByteArray(70 * 1024, 'x') + "\n{a}\n" + QByteArray(70 * 1024, 'y') + "z\n{b"),
-             QList<QByteArray>({"{a}"}));
-    QCOMPARE(reader.add("c}\n"), QList<QByteArray>({"{bc}"}));
-    QCOMPARE(Feed::readMessage(Feed::showListLine(), true).kind, Feed::Message::ShowList);
-}
-
-void TestFeed::host()
-{
-    // The host beside a stand-in for the program: this program as "vidorra2".
-    QTemporaryDir folder;
-    const QString host = folder.filePath(QStringLiteral("vidorra2-sniffer-host"));
-    QVERIFY(QFile::copy(toolFolder() + QStringLiteral("/vidorra2-sniffer-host"), host));
-    QVERIFY(QFile::link(QCoreApplication::applicationFilePath(), folder.filePath(QStringLiteral("vidorra2"))));
-    QVERIFY(QDir().mkpath(QFileInfo(Feed::socketPath()).path())); // a socket file left by a crashed run:
-    QVERIFY(QFile(Feed::socketPath()).open(QIODevice::WriteOnly));
-    auto server = std::make_unique<SniffServer>();
-    QVERIFY2(server->listen(), qPrintable(server->errorString()));
-    QVERIFY(!SniffServer().listen()); // the socket of a running instance is never taken
-    QStringList reports, expected{received("first.example/v"), received("last.example/v")};
-    collect(*server, &reports);
-
-    QByteArray input = frame(report("http://first.example/v")) + frame(QByteArray(70 * 1024, 'x')) +
-                       frame("{not json") + frame(report("a.example/v", "12 MB")) + frame(report("ftp://a.example/v"));
-    QRandomGenerator random(20240601);
-    for (int i = 0; i < 1000; ++i) {
-        QByteArray junk(i % 10 == 0 ? 65537 + random.bounded(20000) : random.bounded(3000), Qt::Uninitialized);
-        for (char &byte : junk)
-            byte = char(random.bounded(256));
-        input += frame(junk);
+    void rules_data()
+    {
+        QTest::addColumn<QByteArray>("json");
+        QTest::addColumn<QString>("stored"); // address and size; empty: dropped
+        const auto row = [](const char *tag, const char *url, const char *size, const char *stored) {
+            QTest::newRow(tag) << report(QLatin1String(url), QLatin1String(size)) << QString::fromLatin1(stored);
+        };
+        row("http", "http://a.example/v.mp4", "100000", "a.example/v.mp4 100000");
+        row("https, any case", "HTTPS://a.example/v?x=1", "7", "a.example/v?x=1 7");
+        row("no scheme", "a.example:8080/v.webm", "0", "a.example:8080/v.webm 0");
+        row("size as number", "a.example/v", "#123456#", "a.example/v 123456");
+        row("size with leading zeros", "a.example/v", "000123", "a.example/v 123");
+        row("size of 19 digits", "a.example/v", "1234567890123456789", "");
+        row("negative size", "a.example/v", "#-5#", "");
+        row("fractional size", "a.example/v", "#1.5#", "");
+        row("huge size", "a.example/v", "#1e300#", "");
+        row("size in words", "a.example/v", "12 MB", "");
+        row("ftp", "ftp://a.example/v.mp4", "1", "");
+        row("blob", "blob:https://a.example/1", "1", "");
+        row("no host", "/v.mp4", "1", "");
+        QTest::newRow("no size") << QByteArray("{\"url\":\"a.example/v\"}") << "";
+        QTest::newRow("not JSON") << QByteArray("{\"url\":\"a.example/v\",\"size\":1") << "";
+        QTest::newRow("command from the browser") << QByteArray("{\"command\":\"showSniffed\"}") << "";
     }
-    QProcess process;
-    process.start(host, QStringList());
-    process.write(input + frame(report("https://last.example/v")));
-    QVERIFY(waitFor([&] { return reports.size() == 2; }, 120000));
-    QCOMPARE(reports, expected);
 
-    server.reset(); // the program quits: the next report starts it again
-    process.write(frame(report("again.example/v")) + frame(report("cut.example/v")).left(30));
-    process.closeWriteChannel();
-    QVERIFY(waitFor([&] { return process.state() == QProcess::NotRunning; }, 60000));
-    QCOMPARE(process.exitStatus(), QProcess::NormalExit);
-    QCOMPARE(process.exitCode(), 0);
-    QVERIFY(process.readAllStandardOutput().isEmpty()); // the browser would take it for a message
-    QFile notes(Platform::programDataFolder() + QStringLiteral("/stand-in.txt"));
-    QVERIFY(waitFor([&] { return notes.open(QIODevice::ReadOnly) && notes.readAll().count('\n') == 2; }));
-    QVERIFY(notes.seek(0));
-    QCOMPARE(notes.readAll(), QByteArray("showSniffed\nagain.example/v\n"));
-    QVERIFY(waitFor([] { return !QFile::exists(Feed::socketPath()); })); // the stand-in has quit
-}
+    void rules()
+    {
+        QFETCH(QByteArray, json);
+        QFETCH(QString, stored);
+        const Feed::Message message = Feed::readMessage(json, false);
+        QCOMPARE(message.kind == Feed::Message::MediaReport ? message.report.address + ' ' + message.report.size : "",
+                 stored);
+        QCOMPARE(message.reason.isEmpty(), !stored.isEmpty());
+    }
 
-void TestFeed::sniff_data()
-{
-    QTest::addColumn<QStringList>("arguments");
-    QTest::addColumn<int>("status"); // 3: nobody listens
-    const QStringList good{"https://a.example/v", "123456", "video/webm", "http://page.example/"};
-    QTest::newRow("delivered") << good << 0;
-    QTest::newRow("refused") << QStringList{"ftp://a.example/v", "1", "video/webm"} << 1;
-    QTest::newRow("arguments missing") << QStringList(good.mid(0, 2)) << 2;
-    QTest::newRow("nobody listening") << good << 3;
-}
+    void lines()
+    {
+        Feed::LineReader reader; // a line over 64 KiB goes, up to its end
+        QCOMPARE(reader.add(QByteArray(70 * 1024, 'x') + "\n{a}\n" + QByteArray(70 * 1024, 'y') + "z\n{b"),
+                 QList<QByteArray>({"{a}"}));
+        QCOMPARE(reader.add("c}\n"), QList<QByteArray>({"{bc}"}));
+        QCOMPARE(Feed::readMessage(Feed::showListLine(), true).kind, Feed::Message::ShowList);
+    }
 
-void TestFeed::sniff()
-{
-    QFETCH(QStringList, arguments);
-    QFETCH(int, status);
-    SniffServer server;
-    QVERIFY(status == 3 || server.listen());
-    QStringList reports;
-    collect(server, &reports);
-    QProcess process;
-    process.start(toolFolder() + QStringLiteral("/vidorra2-sniff"), arguments);
-    QVERIFY(waitFor([&] { return process.state() == QProcess::NotRunning; }));
-    QCOMPARE(process.exitCode(), status);
-    QCOMPARE(process.readAllStandardError().count('\n'), status == 0 ? 0 : 1);
-    waitFor([&] { return !reports.isEmpty(); }, status == 0 ? 15000 : 300);
-    QCOMPARE(reports, status == 0 ? QStringList{received("a.example/v")} : QStringList());
-}
+    void host()
+    {
+        // The host beside a stand-in for the program: this program as "vidorra2".
+        QTemporaryDir folder;
+        const QString host = folder.filePath(QStringLiteral("vidorra2-sniffer-host"));
+        QVERIFY(QFile::copy(QCoreApplication::applicationDirPath() + QStringLiteral("/vidorra2-sniffer-host"), host));
+        QVERIFY(QFile::link(QCoreApplication::applicationFilePath(), folder.filePath(QStringLiteral("vidorra2"))));
+        QVERIFY(QDir().mkpath(QFileInfo(Feed::socketPath()).path())); // a socket file left by a crashed run:
+        QVERIFY(QFile(Feed::socketPath()).open(QIODevice::WriteOnly));
+        auto server = std::make_unique<SniffServer>();
+        QVERIFY2(server->listen(), qPrintable(server->errorString()));
+        QVERIFY(!SniffServer().listen()); // the socket of a running instance is never taken
+        QStringList reports, expected{received("first.example/v"), received("last.example/v")};
+        collect(*server, &reports);
+
+        QByteArray input = frame(report("http://first.example/v")) + frame(QByteArray(70 * 1024, 'x')) +
+                           frame("{not json") + frame(report("a.example/v", "12 MB")) +
+                           frame(report("ftp://a.example/v"));
+        QRandomGenerator random(20240601);
+        for (int i = 0; i < 1000; ++i) {
+            QByteArray junk(i % 10 == 0 ? 65537 + random.bounded(20000) : random.bounded(3000), Qt::Uninitialized);
+            for (char &byte : junk)
+                byte = char(random.bounded(256));
+            input += frame(junk);
+        }
+        QProcess process;
+        process.start(host, QStringList());
+        process.write(input + frame(report("https://last.example/v")));
+        QVERIFY(waitFor([&] { return reports.size() == 2; }, 120000));
+        QCOMPARE(reports, expected);
+
+        server.reset(); // the program quits: the next report starts it again
+        process.write(frame(report("again.example/v")) + frame(report("cut.example/v")).left(30));
+        process.closeWriteChannel();
+        QVERIFY(waitFor([&] { return process.state() == QProcess::NotRunning; }, 60000));
+        QCOMPARE(process.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(process.exitCode(), 0);
+        QVERIFY(process.readAllStandardOutput().isEmpty()); // the browser would take it for a message
+        QFile notes(Platform::programDataFolder() + QStringLiteral("/stand-in.txt"));
+        QVERIFY(waitFor([&] { return notes.open(QIODevice::ReadOnly) && notes.readAll().count('\n') == 2; }));
+        QVERIFY(notes.seek(0));
+        QCOMPARE(notes.readAll(), QByteArray("showSniffed\nagain.example/v\n"));
+        QVERIFY(waitFor([] { return !QFile::exists(Feed::socketPath()); })); // the stand-in has quit
+    }
+
+    void sniff_data()
+    {
+        QTest::addColumn<QStringList>("arguments");
+        QTest::addColumn<int>("status"); // 3: nobody listens
+        const QStringList good{"https://a.example/v", "123456", "video/webm", "http://page.example/"};
+        QTest::newRow("delivered") << good << 0;
+        QTest::newRow("refused") << QStringList{"ftp://a.example/v", "1", "video/webm"} << 1;
+        QTest::newRow("arguments missing") << QStringList(good.mid(0, 2)) << 2;
+        QTest::newRow("nobody listening") << good << 3;
+    }
+
+    void sniff()
+    {
+        QFETCH(QStringList, arguments);
+        QFETCH(int, status);
+        SniffServer server;
+        QVERIFY(status == 3 || server.listen());
+        QStringList reports;
+        collect(server, &reports);
+        QProcess process;
+        process.start(QCoreApplication::applicationDirPath() + QStringLiteral("/vidorra2-sniff"), arguments);
+        QVERIFY(waitFor([&] { return process.state() == QProcess::NotRunning; }));
+        QCOMPARE(process.exitCode(), status);
+        QCOMPARE(process.readAllStandardError().count('\n'), status == 0 ? 0 : 1);
+        waitFor([&] { return !reports.isEmpty(); }, status == 0 ? 15000 : 300);
+        QCOMPARE(reports, status == 0 ? QStringList{received("a.example/v")} : QStringList());
+    }
+};
 
 int main(int argc, char **argv)
 {

@@ -1,7 +1,5 @@
 #include "TestSupport.h"
 
-#include <QtWidgets>
-
 #include <signal.h>
 
 TestHome::TestHome()
@@ -12,11 +10,6 @@ TestHome::TestHome()
     qputenv("XDG_DATA_HOME", (dir.path() + "/.local/share").toLocal8Bit());
     qputenv("XDG_CONFIG_HOME", (dir.path() + "/.config").toLocal8Bit());
     qunsetenv("XDG_DOCUMENTS_DIR");
-}
-
-QString toolFolder()
-{
-    return QCoreApplication::applicationDirPath();
 }
 
 namespace {
@@ -140,21 +133,39 @@ bool writeSettings(const QString &dataFolder, const QString &body)
            ini.write(text) == text.size();
 }
 
-QString startMediaServer(QProcess &server, const QString &folder, const QStringList &extra)
+bool MediaServer::start(const QString &folder, const QStringList &extra)
 {
-    server.start("/usr/bin/python3", QStringList{VIDORRA_FIXTURES_DIR "/media_server.py", folder, "0"} + extra);
-    if (!server.waitForStarted(10000) || !server.waitForReadyRead(10000))
-        return QString();
-    const QString first = QString::fromLatin1(server.readLine()).trimmed();
-    return first.startsWith("PORT ") ? "http://127.0.0.1:" + first.mid(5) : QString();
+    process.start("/usr/bin/python3", QStringList{VIDORRA_FIXTURES_DIR "/media_server.py", folder, "0"} + extra);
+    if (!process.waitForStarted(10000) || !process.waitForReadyRead(10000))
+        return false;
+    const QString first = QString::fromLatin1(process.readLine()).trimmed();
+    url = first.startsWith("PORT ") ? "http://127.0.0.1:" + first.mid(5) : QString();
+    return !url.isEmpty();
+}
+
+MediaServer::~MediaServer()
+{
+    process.closeWriteChannel(); // the server leaves when its input closes
+    if (!process.waitForFinished(5000))
+        process.kill();
+}
+
+QString runTool(const QString &program, const QStringList &arguments, bool *ok)
+{
+    QProcess process;
+    process.setProcessChannelMode(QProcess::MergedChannels);
+    process.start(program, arguments);
+    const bool ended = process.waitForFinished(120000);
+    if (ok)
+        *ok = ended && process.exitStatus() == QProcess::NormalExit && process.exitCode() == 0;
+    return QString::fromUtf8(process.readAll());
 }
 
 QString streams(const QString &file)
 {
-    QProcess probe;
-    probe.start("ffprobe", {"-v", "error", "-show_entries", "stream=codec_name,codec_type", "-of", "csv=p=0", file});
-    probe.waitForFinished(30000);
-    return QString::fromUtf8(probe.readAllStandardOutput()).simplified().replace(',', '=');
+    return runTool("ffprobe", {"-v", "error", "-show_entries", "stream=codec_name,codec_type", "-of", "csv=p=0", file})
+        .simplified()
+        .replace(',', '=');
 }
 
 QString useScenario(const QString &path, const QString &text)
@@ -182,15 +193,15 @@ bool alive(qint64 pid)
     return ::kill(pid_t(pid), 0) == 0;
 }
 
-bool makeClip(const QString &path, double seconds, bool withVideo)
+bool makeClip(const QString &path, double seconds)
 {
     const QString time = ":duration=" + QString::number(seconds);
-    const QStringList video{"-f", "lavfi", "-i", "testsrc=size=160x120:rate=15" + time};
-    const QStringList videoCodec{"-c:v", "libx264", "-pix_fmt", "yuv420p"};
-    QProcess ffmpeg;
-    ffmpeg.start("ffmpeg",
-                 QStringList{"-hide_banner", "-loglevel", "error", "-y"} + (withVideo ? video : QStringList()) +
-                     QStringList{"-f", "lavfi", "-i", "sine=frequency=440" + time} +
-                     (withVideo ? videoCodec : QStringList()) + QStringList{"-c:a", "aac", "-shortest", path});
-    return ffmpeg.waitForFinished(60000) && ffmpeg.exitStatus() == QProcess::NormalExit && ffmpeg.exitCode() == 0;
+    bool ok = false;
+    runTool("ffmpeg", {"-hide_banner", "-loglevel", "error",     "-y",
+                       "-f",           "lavfi",     "-i",        "testsrc=size=160x120:rate=15" + time,
+                       "-f",           "lavfi",     "-i",        "sine=frequency=440" + time,
+                       "-c:v",         "libx264",   "-pix_fmt",  "yuv420p",
+                       "-c:a",         "aac",       "-shortest", path},
+            &ok);
+    return ok;
 }

@@ -1,8 +1,9 @@
 #pragma once
 
-#include <QApplication>
-#include <QProcess>
 #include <QtTest>
+#include <QtWidgets>
+
+#include <memory>
 
 // A private home (HOME, XDG folders) so the program never touches the user's files.
 struct TestHome
@@ -11,8 +12,6 @@ struct TestHome
     QTemporaryDir dir;
 };
 
-// The folder of the test executable and the tools beside it.
-QString toolFolder();
 // Runs `action` on the next modal window; none in time, or one the action leaves open, fails the test (and is closed).
 void answerNextModal(std::function<void(QWidget *)> action, int timeoutMs = 60000);
 // From now on a modal window nobody answers within `limitMs` fails the test and is closed.
@@ -25,8 +24,16 @@ void closeNextMessage(QString *title, QString *text, int timeoutMs = 60000);
 void answerSaveDialog(const QString &name, const QString &filter = QString(), std::function<void()> afterSave = {});
 // The settings file: today's update check done, then `body` (INI text).
 bool writeSettings(const QString &dataFolder, const QString &body);
-// Serves `folder` with fixtures/media_server.py; "http://127.0.0.1:<port>", empty on failure.
-QString startMediaServer(QProcess &server, const QString &folder, const QStringList &extra = {});
+// fixtures/media_server.py serving a folder until the object goes; `url` is "http://127.0.0.1:<port>".
+struct MediaServer
+{
+    bool start(const QString &folder, const QStringList &extra = {});
+    ~MediaServer();
+    QProcess process;
+    QString url;
+};
+// Runs a program to its end (two minutes at most); what it printed on either channel. `ok`: it ended with 0.
+QString runTool(const QString &program, const QStringList &arguments, bool *ok = nullptr);
 // The streams of a media file as "codec=kind ..." ("h264=video aac=audio").
 QString streams(const QString &file);
 // Writes a scenario for the stand-in (fixtures/fake-run) to `path` and points it there (children too); returns its log.
@@ -35,8 +42,8 @@ QString useScenario(const QString &path, const QString &text);
 QList<QStringList> fakeCalls(const QString &log, const QString &kind);
 // Whether a process of this id still exists.
 bool alive(qint64 pid);
-// A short clip made with the real ffmpeg.
-bool makeClip(const QString &path, double seconds = 1.0, bool withVideo = true);
+// A short clip (H.264 picture, AAC tone) made with the real ffmpeg.
+bool makeClip(const QString &path, double seconds = 1.0);
 
 #define VIDORRA_TEST_MAIN(TestObject)                                                                                  \
     int main(int argc, char **argv)                                                                                    \
@@ -44,6 +51,7 @@ bool makeClip(const QString &path, double seconds = 1.0, bool withVideo = true);
         TestHome home;                                                                                                 \
         QApplication app(argc, argv);                                                                                  \
         Q_INIT_RESOURCE(vidorra);                                                                                      \
+        QCoreApplication::setAttribute(Qt::AA_DontUseNativeDialogs);                                                   \
         watchModals();                                                                                                 \
         TestObject tc;                                                                                                 \
         return QTest::qExec(&tc, argc, argv);                                                                          \

@@ -4,8 +4,6 @@
 // and Download video saves it with the real launcher and yt-dlp.
 #include "TestSupport.h"
 
-#include <QtWidgets>
-
 #include <csignal>
 
 #include "Sniffer/Sniffer.h"
@@ -61,15 +59,12 @@ class TestFeedBrowser : public QObject
     Q_OBJECT
 
     QTemporaryDir media, saved;
-    QProcess server;
-    QString base;
+    MediaServer server;
 
     // The X window whose title names `what` (ffplay's shows the address it plays).
     static bool windowNamed(const QString &what)
     {
-        QProcess tree;
-        tree.start("xwininfo", {"-root", "-tree"});
-        return tree.waitForFinished(10000) && tree.readAllStandardOutput().contains(what.toUtf8());
+        return runTool("xwininfo", {"-root", "-tree"}).contains(what);
     }
 
 private slots:
@@ -77,21 +72,13 @@ private slots:
     {
         if (!QFileInfo(Chromium::program).isExecutable() || qEnvironmentVariableIsEmpty("DISPLAY"))
             QSKIP("needs Chromium and a display (xvfb-run)");
-        QCoreApplication::setAttribute(Qt::AA_DontUseNativeDialogs);
-        QVERIFY(makeClip(media.filePath("clip.mp4"), 10.0, true));
+        QVERIFY(makeClip(media.filePath("clip.mp4"), 10.0));
         QFile page(media.filePath("page.html"));
         QVERIFY(page.open(QIODevice::WriteOnly));
         page.write("<!doctype html><title>clip</title><video autoplay muted src=\"clip.mp4\"></video>\n");
         page.close();
-        base = startMediaServer(server, media.path());
-        QVERIFY(!base.isEmpty());
+        QVERIFY(server.start(media.path()));
         QVERIFY(writeSettings(qEnvironmentVariable("XDG_DATA_HOME") + "/Vidorra 2", {}));
-    }
-
-    void cleanupTestCase()
-    {
-        server.closeWriteChannel();
-        server.waitForFinished(5000);
     }
 
     void playedClipIsListedPreviewedAndSaved()
@@ -109,11 +96,11 @@ private slots:
         // then it opens again in a new tab.
         Chromium browser;
         for (int attempt = 0; attempt < 6 && list->count() == 0; ++attempt) {
-            QVERIFY(browser.open(base + "/page.html"));
+            QVERIFY(browser.open(server.url + "/page.html"));
             waitFor([&] { return list->count() > 0; }, 10000);
         }
         QCOMPARE(list->count(), 1);
-        const QString url = "http://" + QUrl(base).authority() + "/clip.mp4";
+        const QString url = "http://" + QUrl(server.url).authority() + "/clip.mp4";
         QCOMPARE(sniffer.sniffedEntries[0].url, url);
         QCOMPARE(sniffer.sniffedEntries[0].type, QString("video/mp4"));
         QCOMPARE(sniffer.sniffedEntries[0].sizeBytes, QFileInfo(media.filePath("clip.mp4")).size());

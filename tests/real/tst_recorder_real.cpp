@@ -1,9 +1,3 @@
-#include <QtTest>
-
-#include <QtWidgets>
-
-#include <memory>
-
 #include "AVRecorder/AVRecorder.h"
 #include "AVRecorder/StopDialog.h"
 #include "Sniffer/Sniffer.h"
@@ -13,22 +7,10 @@
 #include "ui_Sniffer.h"
 #include "ui_StopDialog.h"
 
-namespace {
-// What ffprobe or ffmpeg print about a file.
-QString probe(const QString &program, const QStringList &arguments)
+static QString pactl(const QStringList &arguments)
 {
-    QProcess process;
-    process.setProcessChannelMode(QProcess::MergedChannels);
-    process.start(program, arguments);
-    process.waitForFinished(60000);
-    return QString::fromUtf8(process.readAll());
+    return runTool("pactl", arguments).trimmed();
 }
-
-QString pactl(const QStringList &arguments)
-{
-    return probe("pactl", arguments).trimmed();
-}
-} // namespace
 
 // The real recorder under the X server the suite runs on: ffmpeg grabs the
 // screen, sox records a private sound server's output while a tone plays.
@@ -54,7 +36,6 @@ class RecorderRealTest : public QObject
 private slots:
     void initTestCase()
     {
-        QCoreApplication::setAttribute(Qt::AA_DontUseNativeDialogs);
         QVERIFY(writeSettings(qEnvironmentVariable("XDG_DATA_HOME") + "/Vidorra 2", QString()));
         // A sound server of the test's own: a silent output whose monitor the
         // recorder is to switch to, and a quiet input that is the default
@@ -132,21 +113,21 @@ private slots:
 
         // The picture is the region at 30 frames a second, the tone is heard.
         // MPEG's stream length is only estimated: the frames, at the stream's 30 a second, tell the time.
-        const QString info = probe("ffprobe", {"-v", "error", "-count_frames", "-select_streams", "v", "-show_entries",
-                                               "stream=width,height,r_frame_rate,nb_read_frames", "-of",
-                                               "default=noprint_wrappers=1", result});
+        const QString info = runTool("ffprobe", {"-v", "error", "-count_frames", "-select_streams", "v",
+                                                 "-show_entries", "stream=width,height,r_frame_rate,nb_read_frames",
+                                                 "-of", "default=noprint_wrappers=1", result});
         QVERIFY2(info.contains("width=640\nheight=360\nr_frame_rate=30/1"), qPrintable(info));
         const double frames = QRegularExpression("nb_read_frames=(\\d+)").match(info).captured(1).toDouble();
         QVERIFY2(qAbs(frames / 30.0 - 3.0) <= 0.5, qPrintable(info));
-        const QString level = probe("ffmpeg", {"-i", result, "-vn", "-af", "volumedetect", "-f", "null", "-"});
+        const QString level = runTool("ffmpeg", {"-i", result, "-vn", "-af", "volumedetect", "-f", "null", "-"});
         const double mean = QRegularExpression("mean_volume: (-?[\\d.]+) dB").match(level).captured(1).toDouble();
         QVERIFY2(mean > -20.0 && mean < -3.0, qPrintable(level));
 
         // Saved as MP4: converted, the recording kept for another save.
         QCOMPARE(sniffer->uiOptions->inputTitle->text(), QString("Screen_Capture_1"));
         QVERIFY(save(sniffer->uiOptions->btnDownloadVideo, "Capture", "MPEG-4 (*.mp4)"));
-        QCOMPARE(probe("ffprobe", {"-v", "error", "-show_entries", "stream=codec_name,width", "-of", "csv=p=0",
-                                   out.filePath("Capture.mp4")}),
+        QCOMPARE(runTool("ffprobe", {"-v", "error", "-show_entries", "stream=codec_name,width", "-of", "csv=p=0",
+                                     out.filePath("Capture.mp4")}),
                  QString("mpeg4,640\naac\n"));
         // Saved as MPEG: the very bytes, and the work files are gone.
         sniffer->postRecorderAV();
