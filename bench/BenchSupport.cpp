@@ -171,6 +171,18 @@ void forgetLauncherState()
     QDir(launcherState).removeRecursively();
 }
 
+long launcherHelperKb()
+{
+    const QList<qint64> pids = helperPids();
+    QFile status(QStringLiteral("/proc/%1/status").arg(pids.value(0)));
+    if (pids.isEmpty() || !status.open(QIODevice::ReadOnly))
+        return 0;
+    for (const QByteArray &line : status.readAll().split('\n'))
+        if (line.startsWith("VmRSS:"))
+            return line.mid(6).trimmed().split(' ').value(0).toLong();
+    return 0;
+}
+
 void waitForIdleHelper()
 {
     QElapsedTimer clock;

@@ -52,6 +52,8 @@ QString startMediaServer(QProcess &server, const QString &dir);
 // on a computer where the launcher has not run for a while.
 void useLauncherState(const QString &dir);
 void forgetLauncherState();
+// Resident memory of the launcher's helper in kB (0 when there is none).
+long launcherHelperKb();
 // Waits until the helper of the launcher state has started and is idle (it
 // loads the rest of the tool after its first run), at most 30 s.
 void waitForIdleHelper();

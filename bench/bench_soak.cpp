@@ -72,7 +72,9 @@ int main(int argc, char **argv)
                                     "bench_soak --media DIR  (DIR with clip.mp4)", &mediaDir, &runs, &exitCode);
     if (base.isEmpty())
         return exitCode;
-    QTemporaryDir work;
+    QTemporaryDir work, state;
+    useLauncherState(state.path() + QStringLiteral("/run"));
+    long helper20 = 0, helperEnd = 0; // the launcher's helper serves every download
     struct Half
     {
         const char *name;
@@ -118,6 +120,8 @@ int main(int argc, char **argv)
         for (const QString &name : QDir(work.path()).entryList(QDir::Files))
             QFile::remove(work.filePath(name));
         downloads.note(i);
+        if (i == 20 || i == 200)
+            (i == 20 ? helper20 : helperEnd) = launcherHelperKb();
     }
 
     // Today's update check counts as done: no job of the window's own runs
@@ -152,8 +156,13 @@ int main(int argc, char **argv)
                      .arg(100.0 * (half.atEnd - half.after20) / half.after20, 0, 'f', 1)
                      .arg(half.files20)
                      .arg(half.filesEnd);
+    out() << QString("  the launcher's helper: resident memory %1 kB after the 20th download, %2 kB after the 200th\n")
+                 .arg(helper20)
+                 .arg(helperEnd);
+    forgetLauncherState();
     out() << "  children left: " << (left.isEmpty() ? QStringLiteral("none") : left.join(QStringLiteral(", "))) << "\n";
     server.terminate();
     server.waitForFinished(5000);
-    return failures == 0 && downloads.flat() && reports.flat() && left.isEmpty() ? 0 : 1;
+    const bool helperFlat = helperEnd <= helper20 * 1.1;
+    return failures == 0 && downloads.flat() && reports.flat() && helperFlat && left.isEmpty() ? 0 : 1;
 }
