@@ -209,7 +209,8 @@ class LauncherTest(unittest.TestCase):
         another user is never used."""
         state = tempfile.mkdtemp(dir=self.tmp)
         self.addCleanup(stop_helpers, state)
-        self.assertEqual(run("--get-title", self.base + "watch.html", state=state).returncode, 0)
+        relative = os.path.relpath(state, self.tmp)  # the helper works from "/"
+        self.assertEqual(run("--get-title", self.base + "watch.html", state=relative, cwd=self.tmp).returncode, 0)
         wait_for(lambda: helpers(state) and glob.glob(os.path.join(state, "*.sock")), "the helper")
         helper, sock = helpers(state)[0], glob.glob(os.path.join(state, "*.sock"))[0]
         self.assertEqual(os.stat(state).st_mode & 0o777, 0o700)
