@@ -8,7 +8,8 @@
 #   bash scripts/fuzz.sh [SECONDS] [BUILD]     # BUILD defaults to build-fuzz
 #
 # Extra libFuzzer options can be given in FUZZ_OPTIONS (for example
-# FUZZ_OPTIONS="-runs=10000000" with SECONDS 0 for a fixed number of runs).
+# FUZZ_OPTIONS="-runs=10000000" with SECONDS 0 for a fixed number of runs);
+# FUZZ_TARGETS="fuzz_feed fuzz_window_rules" runs only those targets.
 # The committed seeds (fuzz/corpus/TARGET) are only read; what a run
 # learns goes to BUILD/corpus/TARGET and is used again by the next run.
 set -euo pipefail
@@ -43,6 +44,12 @@ export LSAN_OPTIONS=${LSAN_OPTIONS:-suppressions=$root/fuzz/lsan.supp:print_supp
 export UBSAN_OPTIONS=${UBSAN_OPTIONS:-halt_on_error=1:print_stacktrace=1}
 
 mapfile -t targets < "$build/targets.txt"
+if [[ -n "${FUZZ_TARGETS:-}" ]]; then
+    for wanted in $FUZZ_TARGETS; do
+        printf '%s\n' "${targets[@]}" | grep -qx -- "$wanted" || { echo "no fuzz target $wanted" >&2; exit 2; }
+    done
+    read -r -a targets <<< "$FUZZ_TARGETS"
+fi
 failed=()
 summary=()
 for target in "${targets[@]}"; do
