@@ -42,6 +42,7 @@ void usePrivateHome(const QString &home)
     qputenv("HOME", home.toLocal8Bit());
     qputenv("XDG_DATA_HOME", (home + "/share").toLocal8Bit());
     qputenv("XDG_CONFIG_HOME", (home + "/config").toLocal8Bit());
+    qputenv("XDG_CACHE_HOME", (home + "/cache").toLocal8Bit());
     if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
         qputenv("QT_QPA_PLATFORM", "offscreen");
 }
@@ -163,12 +164,14 @@ void useLauncherState(const QString &dir)
     qputenv("VIDORRA_RUN_DIR", QFile::encodeName(dir));
 }
 
-void forgetLauncherState()
+void forgetLauncherState(bool index)
 {
     for (qint64 pid : helperPids())
         if (pid > 0)
             ::kill(pid_t(pid), SIGKILL);
     QDir(launcherState).removeRecursively();
+    if (index)
+        QDir(qEnvironmentVariable("XDG_CACHE_HOME") + QStringLiteral("/vidorra2")).removeRecursively();
 }
 
 long launcherHelperKb()

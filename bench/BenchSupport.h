@@ -49,9 +49,11 @@ QString startMediaServer(QProcess &server, const QString &dir);
 // The launcher keeps the tool's information and its helper in a folder of
 // its own (VIDORRA_RUN_DIR). useLauncherState() points it into `dir`;
 // forgetLauncherState() stops the helper there and empties the folder, as
-// on a computer where the launcher has not run for a while.
+// on a computer where the launcher has not run for a while; with `index`,
+// the helper's index of the tool's extractors (in the private home's cache
+// folder) goes too, as after an update of the tool.
 void useLauncherState(const QString &dir);
-void forgetLauncherState();
+void forgetLauncherState(bool index = false);
 // Resident memory of the launcher's helper in kB (0 when there is none).
 long launcherHelperKb();
 // Waits until the helper of the launcher state has started and is idle (it

@@ -3,8 +3,10 @@
 //  - the two launcher runs the window waits for (title and format list)
 //    started directly at the same moment;
 //  - one `yt-dlp -J URL` run, as other programs ask the tool once per
-//    address: for the first address (no helper of the launcher, nothing
-//    kept) and for later ones (the helper idle).
+//    address: for the first address after a new version of the tool (no
+//    helper of the launcher, nothing kept, no index of the extractors), for
+//    the first address of a later session (the index kept in the user's
+//    cache folder, nothing else) and for later addresses (the helper idle).
 // Every run asks for an address of its own, so nothing kept is reused.
 //
 // bench_window --media DIR [--runs N]     (DIR holds watch.html)
@@ -96,11 +98,18 @@ int main(int argc, char **argv)
     first.direct = [&] { return dumpJsonDirect(nextPage()); };
     first.between = [] { forgetLauncherState(); };
 
+    Pair firstEver = first;
+    firstEver.between = [] { forgetLauncherState(true); };
+
     Pair later = first;
     later.between = [&] { waitForIdleHelper(); };
 
     const double ratio = measure("(d) Return to the Options page", options, runs);
-    const double firstRatio = measure("(d1) first address, against yt-dlp -J", first, runs);
+    measure("(d0) first address after a new tool, against yt-dlp -J", firstEver, runs);
+    // The index of the extractors is written by the helper of a first run.
+    returnToOptions();
+    waitForIdleHelper();
+    const double firstRatio = measure("(d1) first address of a session, against yt-dlp -J", first, runs);
     const double laterRatio = measure("(d2) later addresses, against yt-dlp -J", later, runs);
     forgetLauncherState();
     server.closeWriteChannel();

@@ -13,10 +13,11 @@ TITLE = "Local Test Clip - Sunrise"
 
 
 STATE = tempfile.mkdtemp(prefix="run-state-")
+CACHE = tempfile.mkdtemp(prefix="run-cache-")  # the extractor index
 
 
 def env(tool=None, state=None):
-    return dict(os.environ, VIDORRA_YTDLP=tool or "", VIDORRA_RUN_DIR=state or STATE)
+    return dict(os.environ, VIDORRA_YTDLP=tool or "", VIDORRA_RUN_DIR=state or STATE, VIDORRA_CACHE_DIR=CACHE)
 
 
 def run(*args, tool=None, cwd=None, state=None):
@@ -73,6 +74,7 @@ class LauncherTest(unittest.TestCase):
         cls.tmp = tempfile.mkdtemp(prefix="run-test-")
         cls.addClassCleanup(shutil.rmtree, cls.tmp, True)
         cls.addClassCleanup(stop_helpers, STATE)
+        cls.addClassCleanup(shutil.rmtree, CACHE, True)
         cls.media = media = os.path.join(cls.tmp, "media")
         subprocess.run(["/bin/sh", os.path.join(FIXTURES, "make_media.sh"), media], check=True, timeout=120)
         cls.base = cls.serve(media) + "/"
@@ -205,13 +207,14 @@ class LauncherTest(unittest.TestCase):
         self.assertEqual(run("--get-title", url).stdout, b"Changed Page\n")  # the failure was not kept
 
     def test_helper_and_its_socket(self):
-        """A run left a helper; a helper dying mid-run leaves the run to the launcher; a socket or a folder of
+        """A run left a helper, and the index of extractors; a helper dying mid-run leaves the run to the launcher; a socket or a folder of
         another user is never used."""
         state = tempfile.mkdtemp(dir=self.tmp)
         self.addCleanup(stop_helpers, state)
         relative = os.path.relpath(state, self.tmp)  # the helper works from "/"
         self.assertEqual(run("--get-title", self.base + "watch.html", state=relative, cwd=self.tmp).returncode, 0)
         wait_for(lambda: helpers(state) and glob.glob(os.path.join(state, "*.sock")), "the helper")
+        self.assertEqual(len(glob.glob(os.path.join(CACHE, "extractors-*.json"))), 1)  # written before it listens
         helper, sock = helpers(state)[0], glob.glob(os.path.join(state, "*.sock"))[0]
         self.assertEqual(os.stat(state).st_mode & 0o777, 0o700)
 

@@ -8,3 +8,9 @@ set_tests_properties(launcher PROPERTIES
     ENVIRONMENT "VIDORRA_RUN=${PROJECT_SOURCE_DIR}/deploy/run"
     TIMEOUT 180
     LABELS "launcher")
+add_test(NAME launcher-index
+         COMMAND /usr/bin/python3 ${CMAKE_CURRENT_LIST_DIR}/test_index.py)
+set_tests_properties(launcher-index PROPERTIES
+    ENVIRONMENT "VIDORRA_RUN=${PROJECT_SOURCE_DIR}/deploy/run"
+    TIMEOUT 120
+    LABELS "launcher")

@@ -1,0 +1,155 @@
+#!/usr/bin/python3
+"""The launcher's extractor index against the real yt-dlp: an extractor it passes over is never one that would
+have claimed the address or found a video in the page.
+    /usr/bin/python3 tests/launcher/test_index.py [LAUNCHER] [unittest options]"""
+import importlib.machinery, importlib.util, os, random, re, sys, tempfile, unittest
+
+SOURCE = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+LAUNCHER = os.path.abspath(sys.argv.pop(1) if len(sys.argv) > 1 and os.path.isfile(sys.argv[1])
+                           else os.environ.get("VIDORRA_RUN") or os.path.join(SOURCE, "deploy", "run"))
+
+try:
+    from re import _parser as parser
+except ImportError:
+    import sre_parse as parser
+
+
+def load_launcher():
+    loader = importlib.machinery.SourceFileLoader("launcher", LAUNCHER)
+    module = importlib.util.module_from_spec(importlib.util.spec_from_loader("launcher", loader))
+    loader.exec_module(module)
+    return module
+
+
+def sample(items, rnd):
+    """A string the parsed pattern `items` may match (not always: the caller checks)."""
+    out = []
+    for op, arg in items:
+        name = str(op)
+        if name == "LITERAL":
+            out.append(chr(arg))
+        elif name in ("NOT_LITERAL", "ANY"):
+            out.append("q" if arg != ord("q") else "z")
+        elif name == "IN":
+            out.append(sample_class(arg, rnd))
+        elif name.endswith("_REPEAT"):
+            low, high, sub = arg
+            out.extend(sample(sub, rnd) for _ in range(rnd.randint(low, min(high, low + 2))))
+        elif name == "SUBPATTERN":
+            out.append(sample(arg[-1], rnd))
+        elif name == "ATOMIC_GROUP":
+            out.append(sample(arg, rnd))
+        elif name == "BRANCH":
+            out.append(sample(rnd.choice(arg[1]), rnd))
+        elif name == "GROUPREF_EXISTS":
+            out.append(sample(rnd.choice([b for b in arg[1:] if b is not None] or [[]]), rnd))
+        # anchors, lookarounds and back references add nothing
+    return "".join(out)
+
+
+def sample_class(items, rnd):
+    if items and str(items[0][0]) == "NEGATE":
+        return rnd.choice("qZ7~%\u00e9")
+    op, arg = rnd.choice(items)
+    name = str(op)
+    if name == "LITERAL":
+        return chr(arg)
+    if name == "RANGE":
+        return chr(rnd.randint(*arg))
+    return {"CATEGORY_DIGIT": "4", "CATEGORY_SPACE": " ", "CATEGORY_WORD": "w"}.get(str(arg), "-")
+
+
+def shuffle_case(text, rnd):
+    return "".join(c.upper() if rnd.random() < 0.5 else c for c in text)
+
+
+class ExtractorIndexTest(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        os.environ["VIDORRA_CACHE_DIR"] = tempfile.mkdtemp(prefix="run-cache-")
+        cls.launcher = run = load_launcher()
+        cls.yt_dlp = run.load_module("")
+        if cls.yt_dlp is None or run.lazy_extractors() is None:
+            raise unittest.SkipTest("yt-dlp with its lazy extractors is not there")
+        cls.index = run.build_index(cls.yt_dlp)
+        cls.classes = run.lazy_extractors()._ALL_CLASSES
+
+    def test_pieces_of_text(self):
+        pieces = self.launcher.required_texts
+        self.assertEqual(pieces(r"https?://(?:www\.)?Example\.com/v/(?P<id>\d+)"), ["example.com/v/", "http", "://"])
+        self.assertEqual(pieces(r"(?i)ABC(?:de)?f"), ["abc", "f"])  # an optional part promises nothing
+        self.assertEqual(pieces(r"x(?:yz)+w[ab]cd"), ["cd", "yz", "w", "x"])
+        self.assertEqual(pieces(r"caf\u00e9s"), ["caf", "s"])  # only ASCII is folded safely
+        for none in (r"foo|bar", r"(?:foo)*", r"(?=foo)", r"(?", r"\d+"):
+            self.assertEqual(pieces(none), [], none)
+
+    def test_a_damaged_index_is_not_used(self):
+        path = os.path.join(os.environ["VIDORRA_CACHE_DIR"], "damaged.json")
+        for text in (b"\xff{", b"[]", b'{"addresses": {"A": "a"}, "embeds": {}}',
+                     b'{"addresses": {}, "embeds": {"A": [[""]]}}', b'{"addresses": {"A": []}, "embeds": {}}'):
+            with open(path, "wb") as f:
+                f.write(text)
+            self.assertIsNone(self.launcher.read_index(path), text)
+        with open(path, "w") as f:
+            f.write('{"addresses": {"A": ["a"]}, "embeds": {"B": [], "C": [["c", "d"]]}}')
+        self.assertEqual(self.launcher.read_index(path), ({"A": ["a"]}, {"B": [], "C": [["c", "d"]]}))
+
+    def test_case_folding(self):
+        """A character a case-insensitive pattern takes for an ASCII character folds to it."""
+        ascii_like = re.compile(r"(?i)[\x21-\x7e]")
+        for code in range(0x80, sys.maxunicode + 1):
+            c = chr(code)
+            if ascii_like.fullmatch(c):
+                folded = self.launcher.folded(c)
+                self.assertTrue(folded.isascii() and re.fullmatch("(?i)" + re.escape(folded), c), hex(code))
+
+    def test_no_claim_is_lost(self):
+        """Strings the tool's own patterns match (addresses and embedded videos, in any case) contain every piece
+        the index asks for; the extractors' own test addresses are claimed as before once the index is used."""
+        rnd = random.Random(7)
+        addresses, embeds = self.index["addresses"], self.index["embeds"]
+        self.assertGreater(len(addresses), len(self.classes) * 3 // 4)
+        checked, pages = 0, []
+        for cls in self.classes:
+            name = cls.__name__
+            patterns = [(cls._VALID_URL, re.match, addresses.get(name))] if isinstance(cls._VALID_URL, str) else []
+            for pattern, needs in zip(getattr(cls.real_class, "_EMBED_REGEX", []), embeds.get(name, [])):
+                patterns.append((pattern, re.search, needs))
+            for pattern, find, needs in patterns:
+                if not needs:
+                    continue
+                tree = parser.parse(pattern)
+                for _ in range(4):
+                    text = sample(tree, rnd)
+                    for candidate in (text, shuffle_case(text, rnd)):
+                        found = find(pattern, candidate)
+                        if found:
+                            checked += 1
+                            folded = self.launcher.folded(found.group(0))
+                            self.assertTrue(all(n in folded for n in needs), (name, pattern, candidate, needs))
+                            if find is re.search:
+                                pages.append((cls, "<p>%s</p>" % candidate))
+        self.assertGreater(checked, len(addresses) * 2)
+
+        tests = [(cls, test["url"]) for cls in self.classes
+                 for test in cls.real_class.get_testcases(include_onlymatching=True) if "url" in test]
+        claimed = [cls.real_class.suitable(url) for cls, url in tests]
+        self.launcher.keep_index(self.yt_dlp)
+        self.assertTrue(self.launcher.use_index(self.yt_dlp))
+        self.assertEqual([cls.suitable(url) for cls, url in tests], claimed)
+
+        ydl = self.yt_dlp.YoutubeDL({"quiet": True})
+
+        def embedded(cls, page):
+            try:
+                return [e.get("url") for e in cls.extract_from_webpage(ydl, "http://page.invalid/", page)]
+            except Exception as e:  # noqa: BLE001 - the same failure either way
+                return type(e).__name__
+        self.assertGreater(len(pages), 100)
+        for cls, page in pages:
+            self.assertEqual(embedded(cls, page), embedded(cls.real_class, page), (cls, page))
+            self.assertEqual(embedded(cls, "<p>nothing</p>"), [])
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2)
