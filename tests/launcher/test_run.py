@@ -207,8 +207,8 @@ class LauncherTest(unittest.TestCase):
         self.assertEqual(run("--get-title", url).stdout, b"Changed Page\n")  # the failure was not kept
 
     def test_helper_and_its_socket(self):
-        """A run left a helper, and the index of extractors; a helper dying mid-run leaves the run to the launcher; a socket or a folder of
-        another user is never used."""
+        """A run left a helper, and the index of extractors; a helper dying mid-run leaves the run to the launcher;
+        a socket or a folder of another user is never used."""
         state = tempfile.mkdtemp(dir=self.tmp)
         self.addCleanup(stop_helpers, state)
         relative = os.path.relpath(state, self.tmp)  # the helper works from "/"
