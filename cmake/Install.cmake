@@ -1,6 +1,7 @@
 # `cmake --install`: the application folder (the program, the feed's helper
 # programs, the launcher, the stock settings file, the tool links, the help
-# page and the browser add-on) in lib/vidorra2, the program and
+# page and the browser add-on) in lib/vidorra2 (the launcher's parts in
+# lib/vidorra2/launcher), the program and
 # vidorra2-sniff on the PATH as links into it, the desktop entry, the icon,
 # the AppStream metadata, and the native messaging host manifests where the
 # browsers look for them system-wide. `cpack -G DEB` packages the same.
@@ -18,6 +19,8 @@ set(VIDORRA_RELEASE_DATE 2026-11-23)
 
 install(TARGETS vidorra2 vidorra2-sniffer-host vidorra2-sniff RUNTIME DESTINATION ${VIDORRA_INSTALL_DIR})
 install(PROGRAMS ${PROJECT_SOURCE_DIR}/deploy/run DESTINATION ${VIDORRA_INSTALL_DIR})
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/deploy/launcher DESTINATION ${VIDORRA_INSTALL_DIR}
+        FILES_MATCHING PATTERN "*.py" PATTERN "*.asc")
 install(FILES ${PROJECT_SOURCE_DIR}/deploy/sniffer.ini DESTINATION ${VIDORRA_INSTALL_DIR})
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/extension/ DESTINATION ${VIDORRA_INSTALL_DIR}/extension
         PATTERN "*.svg" EXCLUDE)
@@ -119,7 +122,7 @@ set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION video)
 set(CPACK_DEBIAN_PACKAGE_HOMEPAGE ${VIDORRA_HOMEPAGE})
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_PACKAGE_DEPENDS "yt-dlp, ffmpeg, sox, libsox-fmt-pulse, pulseaudio-utils, python3")
+set(CPACK_DEBIAN_PACKAGE_DEPENDS "yt-dlp, ffmpeg, sox, libsox-fmt-pulse, pulseaudio-utils, python3, gpgv")
 # Files in /etc are the administrator's (conffiles), as debhelper would mark them.
 set(VIDORRA_CONFFILES)
 foreach(folder ${VIDORRA_CHROMIUM_HOST_FOLDERS})

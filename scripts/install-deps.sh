@@ -8,7 +8,7 @@ packages=(
     build-essential cmake pkg-config
     qtbase5-dev qtbase5-dev-tools
     ffmpeg sox libsox-fmt-all pulseaudio pulseaudio-utils
-    yt-dlp python3
+    yt-dlp python3 gpgv gnupg
     xvfb xauth x11-utils imagemagick fonts-dejavu-core
     chromium
     librsvg2-bin desktop-file-utils appstream xdotool dpkg-dev file

@@ -31,7 +31,7 @@ for manifest in "$root/dest/etc/chromium" "$usr/lib/mozilla"; do
     grep -q '"path": "/usr/lib/vidorra2/vidorra2-sniffer-host"' "$manifest/native-messaging-hosts/org.vidorra2.sniffer.json" ||
         fail "$manifest: no manifest naming the installed host"
 done
-for tool in run ffmpeg7_311 ffmpeg9_311 ffplay sox/sox sniffer.ini help/index.html extension/manifest.json \
+for tool in run launcher/update.py launcher/yt-dlp-signing-key.asc ffmpeg7_311 ffmpeg9_311 ffplay sox/sox sniffer.ini help/index.html extension/manifest.json \
             vidorra2-sniffer-host vidorra2-sniff; do
     [[ -e $usr/lib/vidorra2/$tool ]] || fail "lib/vidorra2/$tool missing"
 done

@@ -2,7 +2,7 @@
 """The launcher's extractor index against the real yt-dlp: an extractor it passes over is never one that would
 have claimed the address or found a video in the page.
     /usr/bin/python3 tests/launcher/test_index.py [LAUNCHER] [unittest options]"""
-import importlib.machinery, importlib.util, os, random, re, sys, tempfile, unittest
+import os, random, re, sys, tempfile, types, unittest
 
 SOURCE = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 LAUNCHER = os.path.abspath(sys.argv.pop(1) if len(sys.argv) > 1 and os.path.isfile(sys.argv[1])
@@ -15,10 +15,9 @@ except ImportError:
 
 
 def load_launcher():
-    loader = importlib.machinery.SourceFileLoader("launcher", LAUNCHER)
-    module = importlib.util.module_from_spec(importlib.util.spec_from_loader("launcher", loader))
-    loader.exec_module(module)
-    return module
+    sys.path.insert(0, os.path.dirname(os.path.realpath(LAUNCHER)))
+    from launcher import index, tools
+    return types.SimpleNamespace(**{**vars(tools), **vars(index)})
 
 
 def sample(items, rnd):

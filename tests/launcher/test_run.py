@@ -1,7 +1,7 @@
 #!/usr/bin/python3
 """The launcher deploy/run against the real yt-dlp, on media from make_media.sh served on 127.0.0.1:
     /usr/bin/python3 tests/launcher/test_run.py [LAUNCHER (default $VIDORRA_RUN, else deploy/run)] [unittest options]
-Fake tools (VIDORRA_YTDLP) stand in only where the real one cannot answer (update, odd tables).
+Fake tools (VIDORRA_YTDLP) stand in only where the real one cannot answer (odd tables).
 Runs share a folder for the cache and the helper (VIDORRA_RUN_DIR); the helpers left are stopped at the end."""
 import concurrent.futures, glob, json, os, shutil, signal, socket, subprocess, sys, tempfile, time, unittest
 
@@ -303,32 +303,6 @@ class LauncherTest(unittest.TestCase):
             with self.subTest(argv=argv):
                 self.assertEqual((r.returncode, r.stdout), (2, b""))
                 self.assertIn(b"usage", r.stderr)
-
-    def test_update_of_the_packaged_tool(self):
-        tool = shutil.which("yt-dlp")
-        if not tool or not shutil.which("dpkg-query") or subprocess.run(
-                ["dpkg-query", "-S", os.path.realpath(tool)], capture_output=True).returncode:
-            self.skipTest("no yt-dlp from the package manager (it would update over the network)")
-        version = subprocess.run([tool, "--ignore-config", "--version"], capture_output=True,
-                                 timeout=30).stdout.decode().strip()
-        r = run("--update")
-        self.assertEqual(r.returncode, 0, r.stderr)
-        self.assertTrue(version in r.stdout.decode() and "package manager" in r.stdout.decode(), r.stdout)
-
-    def test_update_rule(self):
-        """The tool's exit code decides, but 100 with the package manager's refusal is a success naming the version."""
-        cases = [("echo 'Updated yt-dlp to 2099.01.02'; exit 0", True, "Updated yt-dlp to 2099.01.02"),
-                 ("echo 'ERROR: Unable to write to /opt/yt-dlp; Try running as administrator' >&2; exit 1", False, "^"),
-                 ("echo 'ERROR: Unable to obtain version info; Please try again later' >&2; exit 100", False, "^"),
-                 ("echo 'ERROR: You installed yt-dlp with a package manager or setup.py; "
-                  "Use that to update' >&2; exit 100", True, "2099.01.01 .*package manager")]
-        for i, (body, ok, expected) in enumerate(cases):
-            with self.subTest(body=body):
-                fake = write(os.path.join(self.dir, str(i)), "#!/bin/sh\n[ \"$*\" = \"--ignore-config "
-                             "--version\" ] && { echo 2099.01.01; exit 0; }\n" + body + "\n")
-                r = run("--update", tool=fake)
-                self.assertEqual(r.returncode == 0, ok, r.stderr)
-                self.assertRegex(r.stdout.decode(), expected)
 
 
 if __name__ == "__main__":

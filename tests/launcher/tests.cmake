@@ -14,3 +14,9 @@ set_tests_properties(launcher-index PROPERTIES
     ENVIRONMENT "VIDORRA_RUN=${PROJECT_SOURCE_DIR}/deploy/run"
     TIMEOUT 120
     LABELS "launcher")
+add_test(NAME launcher-update
+         COMMAND /usr/bin/python3 ${CMAKE_CURRENT_LIST_DIR}/test_update.py)
+set_tests_properties(launcher-update PROPERTIES
+    ENVIRONMENT "VIDORRA_RUN=${PROJECT_SOURCE_DIR}/deploy/run"
+    TIMEOUT 300
+    LABELS "launcher")

@@ -1,0 +1,1 @@
+"""The parts of the launcher "run" of the video downloader tool (yt-dlp)."""
