@@ -18,6 +18,7 @@
 #include <QDate>
 #include <QDir>
 #include <QElapsedTimer>
+#include <QFile>
 #include <QLineEdit>
 #include <QLoggingCategory>
 #include <QPushButton>
@@ -61,6 +62,16 @@ int main(int argc, char **argv)
         ini.setValue(QStringLiteral("os_urls/1"), QStringLiteral("127.0.0.1"));
         // Today's update of the downloader counts as done: its notice would wait for a click.
         ini.setValue(QStringLiteral("last_update"), QDate::currentDate().dayOfYear());
+    }
+
+    // VIDORRA_BENCH_TOOL: a release zipapp of yt-dlp to use as the program's
+    // own copy (the launcher and the direct runs both use it).
+    const QString tool = qEnvironmentVariable("VIDORRA_BENCH_TOOL");
+    if (!tool.isEmpty()) {
+        QDir().mkpath(data + QStringLiteral("/tools"));
+        QFile::setPermissions(data + QStringLiteral("/tools"), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        QFile::copy(tool, data + QStringLiteral("/tools/yt-dlp"));
+        out() << "tool: the program's own copy, " << tool << "\n";
     }
 
     QTemporaryDir state;

@@ -34,7 +34,11 @@ fi
 
 status=0
 "$build/bench/app/bench_engine" --media "$media" --runs "$runs" || status=1
-QT_QPA_PLATFORM=offscreen "$build/bench/app/bench_window" --media "$media" --runs "$runs" || status=1
+# The window's figures with the program's own copy of yt-dlp in use: a
+# release zipapp made of the installed one.
+/usr/bin/python3 "$root/tests/fixtures/make_zipapp.py" "$build/bench/yt-dlp" 2099.01.01
+VIDORRA_BENCH_TOOL=$build/bench/yt-dlp QT_QPA_PLATFORM=offscreen \
+    "$build/bench/app/bench_window" --media "$media" --runs "$runs" || status=1
 QT_QPA_PLATFORM=offscreen "$build/bench/app/bench_feed" --host "$build/app/vidorra2-sniffer-host" || status=1
 # The recorder grabs a real screen and records a sound server of its own.
 QT_QPA_PLATFORM=xcb xvfb-run -a -s "-screen 0 1440x900x24" "$build/bench/app/bench_recorder" --runs "$runs" || status=1

@@ -2,7 +2,7 @@
 """run --update against a release server on 127.0.0.1 with the real layout (a zipapp built from the installed yt-dlp
 with a raised version, SHA2-256SUMS signed with a throwaway key, a deno stand-in archive); the private copy then in
 use; cookies from a Firefox profile.  /usr/bin/python3 tests/launcher/test_update.py (VIDORRA_RUN names the launcher)"""
-import concurrent.futures, hashlib, http.server, io, json, os, re, resource, shutil, signal, subprocess, tempfile
+import concurrent.futures, hashlib, http.server, io, json, os, resource, shutil, signal, subprocess, sys, tempfile
 import threading, time, unittest, zipfile
 
 SOURCE = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
@@ -11,24 +11,8 @@ LAUNCHER = os.environ.get("VIDORRA_RUN") or os.path.join(SOURCE, "deploy", "run"
 TMP = tempfile.mkdtemp(prefix="run-update-")
 GNUPG = os.path.join(TMP, "gnupg")
 DENO = "deno-%s-unknown-linux-gnu.zip" % os.uname().machine
-
-
-def zipapp(version, main="import yt_dlp\nyt_dlp.main()\n"):
-    """The installed yt-dlp as a release zipapp of `version`."""
-    import yt_dlp
-    root, data = os.path.dirname(os.path.dirname(yt_dlp.__file__)), io.BytesIO()
-    data.write(b"#!/usr/bin/env python3\n")
-    with zipfile.ZipFile(data, "a") as z:
-        z.writestr("__main__.py", main)
-        for folder, dirs, files in os.walk(os.path.join(root, "yt_dlp")):
-            dirs[:] = [d for d in dirs if d != "__pycache__"]
-            for name in files:
-                path = os.path.join(folder, name)
-                text = open(path, "rb").read()
-                if name == "version.py" and folder.endswith("yt_dlp"):
-                    text = re.sub(rb"(?m)^__version__ = .*$", b"__version__ = '%s'" % version.encode(), text)
-                z.writestr(os.path.relpath(path, root), text)
-    return data.getvalue()
+sys.path.insert(0, os.path.join(SOURCE, "tests", "fixtures"))
+from make_zipapp import zipapp  # noqa: E402
 
 
 def gpg(*args, data=None):
