@@ -15,6 +15,8 @@ namespace {
 // failed run.
 constexpr int notStartedExitCode = 127;
 
+const char *const errorTailProperty = "errorTail";
+
 } // namespace
 
 Downloader::Downloader(QObject *parent)
@@ -45,6 +47,7 @@ bool Downloader::setURL(QUrl *address)
 
 void Downloader::getOptions()
 {
+    signInAsked = false;
     requestTitle();
     requestFormats();
 }
@@ -70,6 +73,7 @@ QProcess *Downloader::startChild(const QString &program, const QStringList &argu
 {
     auto *process = new QProcess(this);
     connect(process, &QProcess::readyReadStandardOutput, this, readSlot);
+    connect(process, &QProcess::readyReadStandardError, this, [this, process] { readErrors(process); });
     connect(process, QOverload<int, QProcess::ExitStatus>::of(&QProcess::finished), this, doneSlot);
     // QProcess never sends finished for a program that did not start; without
     // this the window would wait for the job forever.
@@ -124,4 +128,26 @@ bool Downloader::holdsChild(const QProcess *child) const
         if (held == child)
             return true;
     return false;
+}
+
+QByteArray Downloader::readErrors(QProcess *child)
+{
+    if (!child)
+        return {};
+    const QByteArray tail =
+        (child->property(errorTailProperty).toByteArray() + child->readAllStandardError()).right(16384);
+    child->setProperty(errorTailProperty, tail);
+    float figure = 0;
+    QString name;
+    if (child == processUpdate && DownloaderRules::updateProgress(tail, &figure, &name))
+        emit updateProgress(figure, name);
+    return tail;
+}
+
+void Downloader::askSignIn()
+{
+    if (signInAsked)
+        return;
+    signInAsked = true;
+    emit signInNeeded();
 }

@@ -78,6 +78,7 @@ public:
     QStringList formatLines;
     QStringList ffmpegArgs;
     QStringList testData;
+    bool signInAsked = false; // once per address, though both queries fail
     FormatConvertingFrom convertingFrom = fromAudioExtraction;
 
 signals:
@@ -90,6 +91,11 @@ signals:
     void doneExtractAudio();
     void percent(float);
     void snifferUpdated();
+    // The update could not be made; `reason` is the launcher's, plain text.
+    void updateFailed(QString reason);
+    void updateProgress(float percent, QString name);
+    // The site wants the user signed in before it answers the address.
+    void signInNeeded();
 
 public slots:
     void requestTitle();
@@ -121,6 +127,10 @@ private:
     // Ends a running child at once, without a word from it, and lets it go.
     void endChild(QProcess *&field);
     bool holdsChild(const QProcess *child) const;
+    // Keeps the last 16 KB of a child's standard error and returns them;
+    // an update's progress lines are passed on as they come.
+    QByteArray readErrors(QProcess *child);
+    void askSignIn();
 };
 
 struct DownloaderOptions

@@ -3,6 +3,7 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QRegExp>
+#include <QRegularExpression>
 
 #include <cmath>
 
@@ -174,6 +175,44 @@ QString toolComplaint(const QByteArray &errorOutput, int exitCode)
         return last;
     return exitCode < 0 ? QStringLiteral("The downloader stopped unexpectedly.")
                         : QStringLiteral("The downloader ended with exit code %1.").arg(exitCode);
+}
+
+QString updateFailureReason(const QByteArray &errorOutput, int exitCode)
+{
+    static const QLatin1String marker("run: update failed:");
+    const QString text = QString::fromUtf8(errorOutput);
+    const int at = text.lastIndexOf(marker);
+    if (at >= 0) {
+        const QString reason = text.mid(at + marker.size()).section(QLatin1Char('\n'), 0, 0).trimmed();
+        if (!reason.isEmpty())
+            return reason;
+    }
+    if (exitCode == 127)
+        return QStringLiteral("the downloader launcher could not be started");
+    return exitCode < 0 ? QStringLiteral("the downloader launcher stopped unexpectedly")
+                        : QStringLiteral("the downloader launcher ended with exit code %1").arg(exitCode);
+}
+
+bool updateProgress(const QByteArray &errorOutput, float *percent, QString *name)
+{
+    // Only ended lines: a chunk may stop inside the name.
+    static const QRegularExpression line(QStringLiteral("\\[download\\]\\s+([0-9.]+)% of (\\S+)[ \\t]*[\\r\\n]"));
+    QRegularExpressionMatch last;
+    QRegularExpressionMatchIterator it = line.globalMatch(QString::fromUtf8(errorOutput));
+    while (it.hasNext())
+        last = it.next();
+    if (!last.hasMatch())
+        return false;
+    *percent = qBound(0.0f, last.captured(1).toFloat(), 100.0f);
+    *name = last.captured(2);
+    return true;
+}
+
+bool asksSignIn(const QByteArray &errorOutput)
+{
+    const QString text = QString::fromUtf8(errorOutput);
+    return text.contains(QLatin1String("confirm you"), Qt::CaseInsensitive) &&
+           text.contains(QLatin1String("not a bot"), Qt::CaseInsensitive);
 }
 
 QString launcherPath(const QString &folder)

@@ -59,6 +59,20 @@ QStringList ffmpegArguments(const QString &input, const QString &output, Downloa
 // standard error, else its last line, else the exit code.
 QString toolComplaint(const QByteArray &errorOutput, int exitCode);
 
+// Why the launcher could not update the tool: the text of its last
+// "run: update failed: " line of standard error; without one, a launcher
+// that did not start (exit 127) or the exit code.
+QString updateFailureReason(const QByteArray &errorOutput, int exitCode);
+
+// The last complete "[download]  42.5% of yt-dlp" line of an update's
+// standard error: true, with its figure held to 0 .. 100 and the name of
+// what is downloaded.
+bool updateProgress(const QByteArray &errorOutput, float *percent, QString *name);
+
+// Whether the site turned the query away until the user signs in to prove
+// they are not a bot (the tool's "Sign in to confirm you're not a bot").
+bool asksSignIn(const QByteArray &errorOutput);
+
 // The launcher of the downloader tool and the ffmpeg build inside the
 // application folder `folder`; `build` is 7 or 9.
 QString launcherPath(const QString &folder);

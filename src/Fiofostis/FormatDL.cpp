@@ -23,15 +23,19 @@ void Downloader::readFormats()
 
 void Downloader::gotFormats(int exitCode)
 {
+    const QByteArray errors = readErrors(endedChild(processFormats));
     releaseEndedChild(processFormats);
     // A failed listing only leaves its log line: the title query already
-    // tells the user when the address is no good.
+    // tells the user when the address is no good, but not that the site
+    // wants a sign-in, should the listing be the first to hear it.
     if (exitCode != 0) {
         qCritical() << "!!! ERROR: "
                     << "src/Fiofostis/FormatDL.cpp" << 28 << "gotFormats"
                     << ":"
                     << "exitCode"
                     << ":" << exitCode;
+        if (DownloaderRules::asksSignIn(errors))
+            askSignIn();
         return;
     }
     fillFormatAudio();

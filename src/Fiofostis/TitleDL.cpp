@@ -24,6 +24,7 @@ void Downloader::readTitle()
 
 void Downloader::gotTitle(int exitCode)
 {
+    const QByteArray errors = readErrors(endedChild(processTitle));
     releaseEndedChild(processTitle);
     if (exitCode != 0) {
         qCritical() << "!!! ERROR: "
@@ -31,7 +32,10 @@ void Downloader::gotTitle(int exitCode)
                     << ":"
                     << "exitCode"
                     << ":" << exitCode;
-        emit hasError(errorTitle);
+        if (DownloaderRules::asksSignIn(errors))
+            askSignIn();
+        else
+            emit hasError(errorTitle);
         return;
     }
     options->title = DownloaderRules::titleFromLines(titleLines);

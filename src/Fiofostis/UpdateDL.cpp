@@ -13,12 +13,13 @@ void Downloader::checkUpdates()
 
 void Downloader::readUpdate()
 {
-    // Kept for whoever wants to look at it; the exit code is the verdict.
+    // The versions are read from here; the exit code is the verdict.
     updateOutput += DownloaderRules::chunkText(endedChild(processUpdate)->readAllStandardOutput());
 }
 
 void Downloader::gotUpdate(int exitCode)
 {
+    const QByteArray errors = readErrors(endedChild(processUpdate));
     releaseEndedChild(processUpdate);
     if (exitCode != 0) {
         qCritical() << "!!! ERROR: "
@@ -26,7 +27,7 @@ void Downloader::gotUpdate(int exitCode)
                     << ":"
                     << "exitCode"
                     << ":" << exitCode;
-        emit hasError(errorUpdate);
+        emit updateFailed(DownloaderRules::updateFailureReason(errors, exitCode));
         return;
     }
     emit snifferUpdated();
