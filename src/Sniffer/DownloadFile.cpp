@@ -27,6 +27,9 @@ void Sniffer::initDownloader()
     connect(downloader, &Downloader::haveFile, this, &Sniffer::postFileRequest);
     connect(downloader, &Downloader::doneExtractAudio, this, &Sniffer::postDownload);
     connect(downloader, &Downloader::snifferUpdated, this, &Sniffer::postUpdateSniffer);
+    connect(downloader, &Downloader::updateFailed, this, &Sniffer::postUpdateFailure);
+    connect(downloader, &Downloader::updateProgress, this, &Sniffer::showUpdateProgress);
+    connect(downloader, &Downloader::signInNeeded, this, &Sniffer::showSignInNeeded);
 
     auto *update = new QShortcut(QKeySequence(Qt::CTRL + Qt::Key_U), this);
     update->setContext(Qt::WindowShortcut);
@@ -218,6 +221,15 @@ void Sniffer::postDownload()
     }
     fromRecorder = false;
     showLayer(LayerMain);
+}
+
+void Sniffer::showSignInNeeded()
+{
+    showLayer(LayerInsertURL);
+    showPlainMessage(QMessageBox::Warning, QStringLiteral("Sign-in needed"),
+                     QStringLiteral("The site asks you to sign in to prove you're not a bot.\n\n"
+                                    "Choose your browser under Settings, Cookies from browser, be signed in to the "
+                                    "site in that browser, then try again."));
 }
 
 void Sniffer::onDownloaderError(Downloader::errors error)

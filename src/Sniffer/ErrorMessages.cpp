@@ -48,3 +48,11 @@ void Sniffer::showWarningMessage(Sniffer::appFlag flag)
 {
     showErrorMessage(int(flag), FlagWarning);
 }
+
+void Sniffer::showPlainMessage(QMessageBox::Icon icon, const QString &title, const QString &text)
+{
+    setStyleSheet(QString());
+    QMessageBox box(icon, title, text, QMessageBox::Ok, this);
+    box.setTextFormat(Qt::PlainText);
+    box.exec();
+}

@@ -15,6 +15,7 @@
 #include "ui_Progress.h"
 #include "ui_Settings.h"
 #include "ui_Sniffer.h"
+#include "ui_Update.h"
 
 void Sniffer::initWidgets()
 {
@@ -63,8 +64,12 @@ void Sniffer::initWidgets()
     connect(uiSettings->btnSelectVideoPath, &QPushButton::clicked, this, &Sniffer::selectDefaultFilePath);
     connect(uiSettings->btnSelectAudioPath, &QPushButton::clicked, this, &Sniffer::selectDefaultFilePath);
 
-    QWidget *const pages[] = {ui->widgetNavigation, ui->widgetInsertURL, ui->widgetOptions,
-                              ui->widgetProgress,   ui->widgetSettings,  ui->widgetOldSniffer};
+    uiUpdate = new Ui_Update;
+    uiUpdate->setupUi(ui->widgetUpdate);
+    pageHeights.insert(ui->widgetUpdate, 70);
+
+    QWidget *const pages[] = {ui->widgetNavigation, ui->widgetInsertURL, ui->widgetOptions,   ui->widgetProgress,
+                              ui->widgetSettings,   ui->widgetUpdate,    ui->widgetOldSniffer};
     // Every page but Options has one height; Options is fitted to its rows.
     for (QWidget *page : pages)
         if (page != ui->widgetOptions)
@@ -80,7 +85,7 @@ void Sniffer::initWidgets()
     layers.insert(LayerInsertURL, layer({ui->widgetNavigation, ui->widgetInsertURL}));
     layers.insert(LayerOptions, layer({ui->widgetNavigation, ui->widgetOptions}));
     layers.insert(LayerSettings, layer({ui->widgetNavigation, ui->widgetSettings}));
-    layers.insert(LayerUpdate, layer({ui->widgetNavigation}));
+    layers.insert(LayerUpdate, layer({ui->widgetNavigation, ui->widgetUpdate}));
     layers.insert(LayerOldSniffer, layer({ui->widgetNavigation, ui->widgetOldSniffer}));
 
     // The hint picture is the last declaration: the address field drops it

@@ -2,6 +2,7 @@
 
 #include <QHash>
 #include <QRegularExpression>
+#include <QStringList>
 
 namespace SniffedRules {
 
@@ -86,6 +87,28 @@ QString upToDateText(const QString &version)
 {
     const QString shown = version == QLatin1String("last") ? QString() : version + QLatin1Char(' ');
     return QStringLiteral("Vidorra 2") + QLatin1Char(' ') + shown + QStringLiteral("is up-to-date");
+}
+
+QString systemToolNotice(const QString &output)
+{
+    const QStringList lines = output.split(QLatin1Char('\n'));
+    for (const QString &line : lines)
+        if (line.contains(QLatin1String(": update it with")) && line.contains(QLatin1String("package manager")))
+            return line.trimmed();
+    return QString();
+}
+
+QString updateFailedText(const QString &reason, const QString &version, const QString &output)
+{
+    QString text = QStringLiteral("The downloader could not be updated: ") + reason;
+    if (!text.endsWith(QLatin1Char('.')))
+        text += QLatin1Char('.');
+    if (version != QLatin1String("last"))
+        return text + QStringLiteral("\n\nThe installed version ") + version + QStringLiteral(" keeps working.");
+    if (!output.trimmed().isEmpty())
+        return text + QStringLiteral("\n\nThe installed version keeps working.");
+    return text + QStringLiteral("\n\nNo working downloader was found: addresses cannot be read until an update "
+                                 "succeeds.");
 }
 
 } // namespace SniffedRules

@@ -45,4 +45,13 @@ QString versionFromUpdateOutput(const QString &output);
 // "Vidorra 2 2015.11.13 is up-to-date", or "Vidorra 2 is up-to-date" for "last".
 QString upToDateText(const QString &version);
 
+// The launcher's line telling that the system keeps the tool ("... update it
+// with the package manager"), which is no news of an update; else empty.
+QString systemToolNotice(const QString &output);
+
+// The warning of an update that could not be made: the launcher's reason,
+// and what the user keeps ("last" when the version is unknown, `output`
+// being what the update printed, empty when no tool works at all).
+QString updateFailedText(const QString &reason, const QString &version, const QString &output);
+
 } // namespace SniffedRules

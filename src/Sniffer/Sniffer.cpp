@@ -17,6 +17,7 @@
 #include "ui_Progress.h"
 #include "ui_Settings.h"
 #include "ui_Sniffer.h"
+#include "ui_Update.h"
 
 Sniffer::Sniffer(QWidget *parent)
     : QDialog(parent)
@@ -51,6 +52,7 @@ Sniffer::~Sniffer()
     delete uiOptions;
     delete uiProgress;
     delete uiSettings;
+    delete uiUpdate;
 }
 
 void Sniffer::start()

@@ -3,6 +3,7 @@
 #include <QDialog>
 #include <QHash>
 #include <QList>
+#include <QMessageBox>
 #include <QPointer>
 #include <QSettings>
 #include <QString>
@@ -30,6 +31,7 @@ class Ui_OldSniffer;
 class Ui_Options;
 class Ui_Progress;
 class Ui_Settings;
+class Ui_Update;
 
 // One media address of the sniffed list.
 struct VS_RECENTLY_SNIFFED_VIDEO_DATA
@@ -102,6 +104,8 @@ public:
     void showErrorMessage(Sniffer::appFlag flag);
     void showErrorMessage(Downloader::errors error);
     void showWarningMessage(Sniffer::appFlag flag);
+    // A box whose text is shown as it is: words of other programs, never markup.
+    void showPlainMessage(QMessageBox::Icon icon, const QString &title, const QString &text);
 
     void setVDWindowTitle(QString text);
 
@@ -167,6 +171,9 @@ public slots:
     void testSniffer();
     void updateSniffer();
     void postUpdateSniffer();
+    void postUpdateFailure(const QString &reason);
+    void showUpdateProgress(float percent, const QString &name);
+    void showSignInNeeded();
     void onClickHelp();
     void onClickHelpItem();
     void onRightClickDownloadOS(QPoint pos);
@@ -222,6 +229,7 @@ public:
     Ui_Options *uiOptions = nullptr;
     Ui_Progress *uiProgress = nullptr;
     Ui_Settings *uiSettings = nullptr;
+    Ui_Update *uiUpdate = nullptr;
     QProgressBar *progressBar = nullptr;
     QTimer *progressTimer = nullptr;
     QTimer *dotsTimer = nullptr;

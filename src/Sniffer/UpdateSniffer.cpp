@@ -5,12 +5,14 @@
 #include <QDir>
 #include <QLineEdit>
 #include <QMessageBox>
+#include <QProgressBar>
 #include <QUrl>
 
 #include "Sniffer/SniffedRules.h"
 #include "Sniffer/Sniffer.h"
 #include "ui_InsertURL.h"
 #include "ui_OldSniffer.h"
+#include "ui_Update.h"
 
 bool Sniffer::checkLastUpdateDate()
 {
@@ -32,7 +34,15 @@ void Sniffer::updateSniffer()
     showLayer(LayerUpdate);
     if (downloader->processUpdate)
         return; // one update at a time; its end shows the notice
+    uiUpdate->lblUpdate->setText(QStringLiteral("Looking for a newer downloader…"));
+    uiUpdate->updateBar->setValue(0);
     downloader->checkUpdates();
+}
+
+void Sniffer::showUpdateProgress(float percent, const QString &name)
+{
+    uiUpdate->lblUpdate->setText(QStringLiteral("Downloading ") + name + QStringLiteral("…"));
+    uiUpdate->updateBar->setValue(int(percent));
 }
 
 void Sniffer::postUpdateSniffer()
@@ -41,7 +51,26 @@ void Sniffer::postUpdateSniffer()
     appSettings.ini->setValue(QStringLiteral("last_update_v"), version);
     setVDWindowTitle(version);
     showLayer(LayerMain);
-    QMessageBox::information(this, QStringLiteral("Vidorra 2"), SniffedRules::upToDateText(version), QMessageBox::Ok);
+    // A copy kept by the system is not updated here; its notice says so.
+    const QString notice = SniffedRules::systemToolNotice(downloader->updateOutput);
+    if (notice.isEmpty())
+        QMessageBox::information(this, QStringLiteral("Vidorra 2"), SniffedRules::upToDateText(version),
+                                 QMessageBox::Ok);
+    else
+        showPlainMessage(QMessageBox::Information, QStringLiteral("Vidorra 2"), notice);
+}
+
+void Sniffer::postUpdateFailure(const QString &reason)
+{
+    // The version still in use, when the launcher could name one.
+    const QString version = SniffedRules::versionFromUpdateOutput(downloader->updateOutput);
+    if (version != QLatin1String("last")) {
+        appSettings.ini->setValue(QStringLiteral("last_update_v"), version);
+        setVDWindowTitle(version);
+    }
+    showLayer(LayerMain);
+    showPlainMessage(QMessageBox::Warning, QStringLiteral("Update not possible"),
+                     SniffedRules::updateFailedText(reason, version, downloader->updateOutput));
 }
 
 void Sniffer::testSniffer()
