@@ -1,3 +1,4 @@
+#include <QComboBox>
 #include <QFileDialog>
 #include <QLineEdit>
 #include <QStandardPaths>
@@ -27,6 +28,17 @@ void Sniffer::saveDefaultFilePath()
 {
     appSettings.ini->setValue(QStringLiteral("savepath_video"), uiSettings->pathVideo->text());
     appSettings.ini->setValue(QStringLiteral("savepath_audio"), uiSettings->pathAudio->text());
+    // The launcher reads the browser from here itself; "none" is no browser.
+    QString browser = uiSettings->cookiesBrowser->currentText().trimmed();
+    if (browser.compare(QLatin1String("none"), Qt::CaseInsensitive) == 0)
+        browser.clear();
+    appSettings.ini->setValue(QStringLiteral("cookies_from_browser"), browser);
     appSettings.ini->sync();
     showLayer(LayerMain);
+}
+
+void Sniffer::showCookiesSetting()
+{
+    const QString browser = appSettings.ini->value(QStringLiteral("cookies_from_browser"), QString()).toString();
+    uiSettings->cookiesBrowser->setCurrentText(browser.isEmpty() ? QStringLiteral("none") : browser);
 }

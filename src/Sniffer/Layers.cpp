@@ -59,7 +59,7 @@ void Sniffer::initWidgets()
 
     uiSettings = new Ui_Settings;
     uiSettings->setupUi(ui->widgetSettings);
-    pageHeights.insert(ui->widgetSettings, 130);
+    pageHeights.insert(ui->widgetSettings, 162);
     connect(uiSettings->btnSave, &QPushButton::clicked, this, &Sniffer::saveDefaultFilePath);
     connect(uiSettings->btnSelectVideoPath, &QPushButton::clicked, this, &Sniffer::selectDefaultFilePath);
     connect(uiSettings->btnSelectAudioPath, &QPushButton::clicked, this, &Sniffer::selectDefaultFilePath);
@@ -109,6 +109,7 @@ void Sniffer::initWidgets()
 
     uiSettings->pathVideo->setText(appSettings.ini->value(QStringLiteral("savepath_video"), QString()).toString());
     uiSettings->pathAudio->setText(appSettings.ini->value(QStringLiteral("savepath_audio"), QString()).toString());
+    showCookiesSetting();
 
     setVDWindowTitle(QString());
 

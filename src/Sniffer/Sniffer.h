@@ -197,6 +197,7 @@ public slots:
     void focusChanged(QWidget *old, QWidget *now);
     void focusOnInputURL();
     void saveDefaultFilePath();
+    void showCookiesSetting();
     void selectDefaultFilePath();
     void onSaveFilterSelected(const QString &filter);
     QString onClickOldSnifferDownload();
