@@ -10,6 +10,7 @@
 #include "ui_Progress.h"
 #include "ui_Settings.h"
 #include "ui_Sniffer.h"
+#include "ui_Update.h"
 
 // The downloads of the real window (offscreen) through its widgets, from a typed address and from the sniffed media
 // list (its queue, the update notice and the self-test too); the stand-in downloader, the real ffmpeg.
@@ -20,6 +21,8 @@ class DownloadWindowTest : public QObject
     QTemporaryDir work;
     std::unique_ptr<Sniffer> sniffer;
     QString boxTitle, boxText, clip;
+    QMessageBox::Icon boxIcon = QMessageBox::NoIcon;
+    bool boxPlain = false;
     QStringList opened; // addresses given to the desktop
     int scenarios = 0;
     const QString canonical = "https://www.youtube.com/watch?v=BaW_jenozKc";
@@ -29,6 +32,17 @@ class DownloadWindowTest : public QObject
     bool waitForPage(QWidget *page)
     {
         return waitFor([page] { return page->isVisible(); });
+    }
+    // As closeNextMessage, with the box's icon and whether its text is plain.
+    void closeNextBox()
+    {
+        boxText.clear();
+        answerNextModal([this](QWidget *modal) {
+            auto *box = qobject_cast<QMessageBox *>(modal);
+            boxTitle = box->windowTitle(), boxText = box->text(), boxIcon = box->icon();
+            boxPlain = box->textFormat() == Qt::PlainText;
+            modal->close();
+        });
     }
     // A fresh scenario for the stand-in; returns the log of the tool's calls.
     QString scenario(const QString &text)
@@ -259,6 +273,19 @@ private slots:
         QVERIFY(waitFor([&] { return fakeCalls(log, "formats").size() == 1 && !sniffer->downloader->processFormats; }));
         QCoreApplication::processEvents();
         QVERIFY(!sniffer->ui->widgetOptions->isVisible());
+
+        // A site that wants a sign-in says so once, in plain words, though both queries fail.
+        const QString bot = "err: ERROR: [youtube] x: Sign in to confirm you’re NOT a bot. <b>Use</b>\\n\nexit: 1\n";
+        const QString botLog = scenario("[title]\n" + bot + "[formats]\n" + bot);
+        closeNextBox();
+        enter(canonical);
+        QVERIFY(waitFor([this] { return !boxText.isEmpty(); }));
+        QVERIFY(boxTitle == "Sign-in needed" && boxIcon == QMessageBox::Warning && boxPlain);
+        QVERIFY(boxText.contains("choose your browser under Settings, Cookies from browser", Qt::CaseInsensitive));
+        QVERIFY(
+            waitFor([&] { return fakeCalls(botLog, "formats").size() == 1 && !sniffer->downloader->processFormats; }));
+        QCoreApplication::processEvents();
+        QVERIFY(!QApplication::activeModalWidget() && sniffer->ui->widgetInsertURL->isVisible());
     }
 
     void vanishedFolderIsToldAtOnce()
@@ -440,17 +467,6 @@ private slots:
         Sniffer other;
         QVERIFY(other.checkLastUpdateDate() && !other.checkLastUpdateDate());
 
-        // Ctrl+U: the update layer, then the notice with the tool's version.
-        closeNextMessage(&boxTitle, &boxText);
-        QApplication::setActiveWindow(sniffer.get());
-        QVERIFY(QTest::qWaitForWindowActive(sniffer.get()));
-        QTest::keyClick(sniffer.get(), Qt::Key_U, Qt::ControlModifier);
-        QVERIFY(sniffer->ui->widgetNavigation->isVisible() && !sniffer->uiNavigation->btnSniffer->isVisible());
-        QVERIFY(waitFor([&] { return !boxText.isEmpty(); }));
-        QCOMPARE(boxText, QString("Vidorra 2 2023.03.04 is up-to-date"));
-        QVERIFY(sniffer->windowTitle().contains("2023.03.04"));
-        QVERIFY(sniffer->uiNavigation->btnSniffer->isVisible());
-
         // The self-test opens its page beside the list, with the notice under it.
         sniffer->testSniffer();
         QCOMPARE(opened, QStringList{"http://test.page/"});
@@ -474,6 +490,54 @@ private slots:
         closeNextMessage(&boxTitle, &boxText);
         sniffer->testSniffer();
         QVERIFY(boxText.contains("<b>error #8:9</b>"));
+    }
+
+    // Ctrl+U: the update page with the launcher's progress, then its verdict: news, the system's notice, a warning.
+    void updateNotices_data()
+    {
+        QTest::addColumn<QString>("script");
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<QString>("version"); // the window's title names it
+        const QString failed = "The downloader could not be updated: ";
+        const QString system = "yt-dlp 2023.03.04 is installed by the system's package manager (apt): update it with "
+                               "the package manager";
+        QTest::newRow("current") << ""
+                                 << "Vidorra 2 2023.03.04 is up-to-date"
+                                 << "2023.03.04";
+        QTest::newRow("system") << "out: " + system << system << "2023.03.04";
+        QTest::newRow("failed") << "err: [download]  42.5% of yt-dlp\\n\nwait-for: go\nout: yt-dlp 2023.07.06 stays "
+                                   "in use\nerr: run: update failed: <a href=x>y</a>\\n\nexit: 1"
+                                << failed + "<a href=x>y</a>.\n\nThe installed version 2023.07.06 keeps working."
+                                << "2023.07.06";
+        QTest::newRow("no launcher") << "exit: 127"
+                                     << failed + "the downloader launcher could not be started.\n\nNo working "
+                                                 "downloader was found: addresses cannot be read until an update "
+                                                 "succeeds."
+                                     << "";
+    }
+    void updateNotices()
+    {
+        QFETCH(QString, script);
+        QFETCH(QString, text);
+        QFETCH(QString, version);
+        scenario(script.isEmpty() ? QString() : "[update]\n" + script + "\n");
+        closeNextBox();
+        QApplication::setActiveWindow(sniffer.get());
+        QVERIFY(QTest::qWaitForWindowActive(sniffer.get()));
+        QTest::keyClick(sniffer.get(), Qt::Key_U, Qt::ControlModifier);
+        QVERIFY(sniffer->ui->widgetUpdate->isVisible() && !sniffer->uiNavigation->btnSniffer->isVisible());
+        if (script.contains("wait-for")) {
+            QVERIFY(waitFor([&] { return sniffer->uiUpdate->updateBar->value() == 42; }));
+            QCOMPARE(sniffer->uiUpdate->lblUpdate->text(), QString("Downloading yt-dlp…"));
+            QVERIFY(QFile(work.filePath("go")).open(QIODevice::WriteOnly));
+        }
+        QVERIFY(waitFor([&] { return !boxText.isEmpty(); }));
+        QCOMPARE(boxText, text);
+        const bool warning = text.startsWith("The downloader could not be updated: ");
+        QCOMPARE(boxTitle, QString(warning ? "Update not possible" : "Vidorra 2"));
+        QCOMPARE(boxIcon, warning ? QMessageBox::Warning : QMessageBox::Information);
+        QCOMPARE(boxPlain, !text.endsWith("is up-to-date"));
+        QVERIFY(sniffer->windowTitle().contains(version) && sniffer->uiNavigation->btnSniffer->isVisible());
     }
 
     void addressMenuOfOtherSites()

@@ -170,8 +170,8 @@ private slots:
         sniffer.start();
         QCOMPARE(sniffer.size(), QSize(528, 60)); // started on the main page
         const QList<QPair<Sniffer::appLayer, int>> heights{
-            {Sniffer::LayerMain, 60},        {Sniffer::LayerInsertURL, 176}, {Sniffer::LayerSettings, 190},
-            {Sniffer::LayerOldSniffer, 230}, {Sniffer::LayerProgress, 120},  {Sniffer::LayerUpdate, 60}};
+            {Sniffer::LayerMain, 60},        {Sniffer::LayerInsertURL, 176}, {Sniffer::LayerSettings, 222},
+            {Sniffer::LayerOldSniffer, 230}, {Sniffer::LayerProgress, 120},  {Sniffer::LayerUpdate, 130}};
         for (const auto &pair : heights) {
             sniffer.showLayer(pair.first);
             QCOMPARE(sniffer.height(), pair.second);
@@ -210,10 +210,16 @@ private slots:
         QTest::mouseClick(sniffer.uiNavigation->btnBack, Qt::LeftButton);
         QCOMPARE(sniffer.height(), 60);
         QTest::mouseClick(sniffer.uiNavigation->btnOptions, Qt::LeftButton);
-        QCOMPARE(sniffer.height(), 190);
+        QCOMPARE(sniffer.height(), 222);
+        // The browser whose cookies the launcher takes: "none" is an empty setting, a typed profile is kept.
+        for (const char *browser : {"chrome:Profile 1", "none"}) {
+            sniffer.uiSettings->cookiesBrowser->setCurrentText(browser);
+            QTest::mouseClick(sniffer.uiSettings->btnSave, Qt::LeftButton);
+            QCOMPARE(stored("cookies_from_browser"), QString(browser).remove("none"));
+        }
         // The progress page: the bar creeps, the dots swing, Cancel returns to the start.
         sniffer.progressBarStart(100, false);
-        QVERIFY(sniffer.height() == 190 && !sniffer.dotsTimer); // nothing without a caption
+        QVERIFY(sniffer.height() == 60 && !sniffer.dotsTimer); // nothing without a caption
         // A figure shows only while the bar holds the download's own percentage.
         sniffer.progressBarStart();
         QVERIFY(sniffer.progressBar->isTextVisible());
