@@ -2,7 +2,7 @@
 """run --update against a release server on 127.0.0.1 with the real layout (a zipapp built from the installed yt-dlp
 with a raised version, SHA2-256SUMS signed with a throwaway key, a deno stand-in archive); the private copy then in
 use; cookies from a Firefox profile.  /usr/bin/python3 tests/launcher/test_update.py (VIDORRA_RUN names the launcher)"""
-import concurrent.futures, hashlib, http.server, io, json, os, resource, shutil, signal, subprocess, sys, tempfile
+import concurrent.futures, hashlib, http.server, io, json, os, re, resource, shutil, signal, subprocess, sys, tempfile
 import threading, time, unittest, zipfile
 
 SOURCE = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
@@ -192,6 +192,35 @@ class UpdateTest(unittest.TestCase):
         self.assertEqual(code, 0, err)
         self.assertRegex(out, r"^yt-dlp \S+ is the system's copy, kept by the setting downloader_tool=system")
         self.assertNotIn("2099", self.run_("--version")[1])
+
+    @unittest.skipUnless(os.environ.get("VIDORRA_APP") and os.environ.get("DISPLAY"), "no program or X display")
+    def test_first_start_in_the_window(self):
+        """A fresh account's first start installs the program's own copy and names it in the title; a start on
+        another day asks again and finds it up to date."""
+        self.server.publish("2099.01.01", self.v1)
+        asked = []
+        self.server.RequestHandlerClass.log_request = lambda handler, *_: asked.append(handler.path)
+        self.addCleanup(delattr, self.server.RequestHandlerClass, "log_request")
+        for start in range(2):
+            app = subprocess.Popen([os.environ["VIDORRA_APP"]], env=dict(self.env, QT_QPA_PLATFORM="xcb"),
+                                   stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+            self.addCleanup(app.wait, 30)
+            self.addCleanup(app.kill)
+            deadline = time.monotonic() + 120
+            while asked.count("/api/yt-dlp/yt-dlp/releases/latest") <= start or subprocess.run(
+                    ["xdotool", "search", "--name", r"downloader 2099\.01\.01"], capture_output=True).returncode:
+                self.assertLess(time.monotonic(), deadline, "no window title naming the new version")
+                self.assertIsNone(app.poll(), "the program ended")
+                time.sleep(0.2)
+            app.terminate()
+            app.wait(30)
+            ini = os.path.join(self.data, "Vidorra 2", "sniffer.ini")
+            with open(ini) as f:
+                text = f.read()
+            with open(ini, "w") as f:  # the next start is on another day
+                f.write(re.sub(r"(?m)^last_update=.*$", "last_update=0", text))
+        self.assertEqual(asked.count("/api/yt-dlp/yt-dlp/releases/latest"), 2)
+        self.assertEqual(asked.count("/api/dl/2099.01.01/yt-dlp"), 1)
 
     def test_runtime_and_cookie_options(self):
         """A yt-dlp that takes --js-runtimes gets a new enough deno or node, by its absolute path."""

@@ -14,9 +14,10 @@ set_tests_properties(launcher-index PROPERTIES
     ENVIRONMENT "VIDORRA_RUN=${PROJECT_SOURCE_DIR}/deploy/run"
     TIMEOUT 120
     LABELS "launcher")
+# The update also in the real window (its first start): needs an X display.
 add_test(NAME launcher-update
          COMMAND /usr/bin/python3 ${CMAKE_CURRENT_LIST_DIR}/test_update.py)
 set_tests_properties(launcher-update PROPERTIES
-    ENVIRONMENT "VIDORRA_RUN=${PROJECT_SOURCE_DIR}/deploy/run"
+    ENVIRONMENT "VIDORRA_RUN=${PROJECT_SOURCE_DIR}/deploy/run;VIDORRA_APP=${VIDORRA_APP_DIR}/vidorra2"
     TIMEOUT 300
     LABELS "launcher")
