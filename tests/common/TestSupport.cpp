@@ -90,16 +90,14 @@ bool waitFor(std::function<bool()> condition, int timeoutMs)
 
 void closeNextMessage(QString *title, QString *text, int timeoutMs)
 {
-    title->clear();
-    text->clear();
-    auto answer = [title, text](QWidget *modal) {
-        if (auto *box = qobject_cast<QMessageBox *>(modal)) {
-            *title = box->windowTitle();
-            *text = box->text();
-        }
-        modal->close();
-    };
-    answerNextModal(answer, timeoutMs);
+    *title = *text = QString();
+    answerNextModal(
+        [title, text](QWidget *modal) {
+            if (auto *box = qobject_cast<QMessageBox *>(modal))
+                *title = box->windowTitle(), *text = box->text();
+            modal->close();
+        },
+        timeoutMs);
 }
 
 void answerSaveDialog(const QString &name, const QString &filter, std::function<void()> afterSave)
@@ -126,11 +124,20 @@ void answerSaveDialog(const QString &name, const QString &filter, std::function<
 
 bool writeSettings(const QString &dataFolder, const QString &body)
 {
-    QFile ini(dataFolder + "/sniffer.ini");
-    const QByteArray text =
-        (QString("[General]\nlast_update=%1\n").arg(QDate::currentDate().dayOfYear()) + body).toUtf8();
-    return QDir().mkpath(dataFolder) && ini.open(QIODevice::WriteOnly | QIODevice::Text) &&
-           ini.write(text) == text.size();
+    const QString text = QString("[General]\nlast_update=%1\n").arg(QDate::currentDate().dayOfYear()) + body;
+    return QDir().mkpath(dataFolder) && writeFile(dataFolder + "/sniffer.ini", text.toUtf8());
+}
+
+bool writeFile(const QString &path, const QByteArray &bytes)
+{
+    QFile file(path);
+    return file.open(QIODevice::WriteOnly | QIODevice::Truncate) && file.write(bytes) == bytes.size();
+}
+
+QByteArray readFile(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
 bool MediaServer::start(const QString &folder, const QStringList &extra)
@@ -170,9 +177,7 @@ QString streams(const QString &file)
 
 QString useScenario(const QString &path, const QString &text)
 {
-    QFile file(path);
-    if (file.open(QIODevice::WriteOnly))
-        file.write(text.toUtf8());
+    writeFile(path, text.toUtf8());
     qputenv("VIDORRA_FAKE_SCRIPT", QFile::encodeName(path));
     return path + ".log";
 }
@@ -180,9 +185,7 @@ QString useScenario(const QString &path, const QString &text)
 QList<QStringList> fakeCalls(const QString &log, const QString &kind)
 {
     QList<QStringList> found;
-    QFile file(log);
-    file.open(QIODevice::ReadOnly);
-    for (const QByteArray &line : file.readAll().split('\n'))
+    for (const QByteArray &line : readFile(log).split('\n'))
         if (line.startsWith(kind.toUtf8() + '\t'))
             found << QJsonDocument::fromJson(line.mid(kind.size() + 1)).toVariant().toStringList();
     return found;
@@ -195,13 +198,10 @@ bool alive(qint64 pid)
 
 bool makeClip(const QString &path, double seconds)
 {
-    const QString time = ":duration=" + QString::number(seconds);
+    const QString arguments =
+        "-hide_banner -loglevel error -y -f lavfi -i testsrc=size=160x120:rate=15:duration=%1 "
+        "-f lavfi -i sine=frequency=440:duration=%1 -c:v libx264 -pix_fmt yuv420p -c:a aac -shortest";
     bool ok = false;
-    runTool("ffmpeg", {"-hide_banner", "-loglevel", "error",     "-y",
-                       "-f",           "lavfi",     "-i",        "testsrc=size=160x120:rate=15" + time,
-                       "-f",           "lavfi",     "-i",        "sine=frequency=440" + time,
-                       "-c:v",         "libx264",   "-pix_fmt",  "yuv420p",
-                       "-c:a",         "aac",       "-shortest", path},
-            &ok);
+    runTool("ffmpeg", arguments.arg(seconds).split(' ') << path, &ok);
     return ok;
 }

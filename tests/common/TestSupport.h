@@ -24,6 +24,9 @@ void closeNextMessage(QString *title, QString *text, int timeoutMs = 60000);
 void answerSaveDialog(const QString &name, const QString &filter = QString(), std::function<void()> afterSave = {});
 // The settings file: today's update check done, then `body` (INI text).
 bool writeSettings(const QString &dataFolder, const QString &body);
+// The whole of a file, written (true when all of it went) or read (empty when it cannot be).
+bool writeFile(const QString &path, const QByteArray &bytes);
+QByteArray readFile(const QString &path);
 // fixtures/media_server.py serving a folder until the object goes; `url` is "http://127.0.0.1:<port>".
 struct MediaServer
 {

@@ -51,12 +51,11 @@ private slots:
         bool made = false;
         runTool("sh", {VIDORRA_FIXTURES_DIR "/make_media.sh", media.path()}, &made);
         QVERIFY(made && makeClip(media.filePath("small.mp4"), 2.0)); // a second source, so the Options page lists two
-        QFile page(media.filePath("two.html"));
-        QVERIFY(page.open(QIODevice::WriteOnly));
-        page.write("<!DOCTYPE html>\n<html><head><meta charset=\"utf-8\"><title>Local Test Clip - Two Sizes</title>"
-                   "</head>\n<body><video controls>\n<source src=\"clip.mp4\" type=\"video/mp4\">\n"
-                   "<source src=\"small.mp4\" type=\"video/mp4\">\n</video></body></html>\n");
-        page.close();
+        QVERIFY(
+            writeFile(media.filePath("two.html"),
+                      "<!DOCTYPE html>\n<html><head><meta charset=\"utf-8\"><title>Local Test Clip - Two Sizes</title>"
+                      "</head>\n<body><video controls>\n<source src=\"clip.mp4\" type=\"video/mp4\">\n"
+                      "<source src=\"small.mp4\" type=\"video/mp4\">\n</video></body></html>\n"));
         // Slowed down so that a download reports its progress in several reads.
         QVERIFY(server.start(media.path(), {"--rate", "200000"}));
         QVERIFY(writeSettings(qEnvironmentVariable("XDG_DATA_HOME") + "/Vidorra 2", "[os_urls]\n1=127.0.0.1\n"));

@@ -73,10 +73,8 @@ private slots:
         if (!QFileInfo(Chromium::program).isExecutable() || qEnvironmentVariableIsEmpty("DISPLAY"))
             QSKIP("needs Chromium and a display (xvfb-run)");
         QVERIFY(makeClip(media.filePath("clip.mp4"), 10.0));
-        QFile page(media.filePath("page.html"));
-        QVERIFY(page.open(QIODevice::WriteOnly));
-        page.write("<!doctype html><title>clip</title><video autoplay muted src=\"clip.mp4\"></video>\n");
-        page.close();
+        QVERIFY(writeFile(media.filePath("page.html"),
+                          "<!doctype html><title>clip</title><video autoplay muted src=\"clip.mp4\"></video>\n"));
         QVERIFY(server.start(media.path()));
         QVERIFY(writeSettings(qEnvironmentVariable("XDG_DATA_HOME") + "/Vidorra 2", {}));
     }
@@ -120,9 +118,7 @@ private slots:
         QVERIFY(waitFor([&] { return finished.size() == 1; }, 120000));
         const QString file = saved.filePath("Sniffed clip.mp4");
         QCOMPARE(finished.first().first().toString(), file);
-        QFile got(file), served(media.filePath("clip.mp4"));
-        QVERIFY(got.open(QIODevice::ReadOnly) && served.open(QIODevice::ReadOnly));
-        QVERIFY2(got.readAll() == served.readAll(), "the saved file differs from the served one");
+        QVERIFY2(readFile(file) == readFile(media.filePath("clip.mp4")), "the saved file differs from the served one");
         QCOMPARE(streams(file), QString("h264=video aac=audio"));
     }
 };

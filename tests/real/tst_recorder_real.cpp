@@ -131,15 +131,9 @@ private slots:
                  QString("mpeg4,640\naac\n"));
         // Saved as MPEG: the very bytes, and the work files are gone.
         sniffer->postRecorderAV();
-        QByteArray recorded;
-        {
-            QFile file(result);
-            QVERIFY(file.open(QIODevice::ReadOnly));
-            recorded = file.readAll();
-        }
-        QVERIFY(save(sniffer->uiOptions->btnDownloadVideo, "Capture", "MPEG (*.mpg)"));
-        QFile saved(out.filePath("Capture.mpg"));
-        QVERIFY(saved.open(QIODevice::ReadOnly) && saved.readAll() == recorded);
+        const QByteArray recorded = readFile(result);
+        QVERIFY(!recorded.isEmpty() && save(sniffer->uiOptions->btnDownloadVideo, "Capture", "MPEG (*.mpg)"));
+        QVERIFY(readFile(out.filePath("Capture.mpg")) == recorded);
         for (const QString &work : {audio, video, result})
             QVERIFY2(!QFile::exists(work), qPrintable(work));
     }
