@@ -49,19 +49,14 @@ class RulesTest : public QObject
     Q_OBJECT
 
 private slots:
-    void logNamesAndLines()
+    void logAndMessages()
     {
-        // One file per day of the year.
+        // One log file per day of the year; information lines are not logged.
         QCOMPARE(Log::fileName({2026, 1, 1}) + Log::fileName({2024, 12, 31}), QString("/log_1.txt/log_366.txt"));
-        QCOMPARE(Log::line(QtDebugMsg, "a b"), QString("D: a b"));
-        QCOMPARE(Log::line(QtWarningMsg, "x"), QString("W: x"));
-        QCOMPARE(Log::line(QtCriticalMsg, "!!! ERROR:  y"), QString("C: !!! ERROR:  y"));
-        QCOMPARE(Log::line(QtFatalMsg, "%1 z"), QString("F: %1 z"));
-        QCOMPARE(Log::line(QtInfoMsg, "info"), QString());
-    }
-
-    void messages()
-    {
+        QCOMPARE(Log::line(QtDebugMsg, "a b") + Log::line(QtWarningMsg, "x") +
+                     Log::line(QtCriticalMsg, "!!! ERROR:  y") + Log::line(QtFatalMsg, "%1 z") +
+                     Log::line(QtInfoMsg, "info"),
+                 QString("D: a bW: xC: !!! ERROR:  yF: %1 z"));
         auto split = [](const char *row) {
             const MessageRow parts = splitMessageRow(row);
             return QString::number(parts.titleNumber) + "|" + parts.text;
@@ -79,7 +74,7 @@ private slots:
         QCOMPARE(messageBody("Text", "B"), QString("Text<br><br><hr><div style=\"font-size:10px\"><i>B</i></div>"));
     }
 
-    void progressJumpsBackBeforeTheEnd()
+    void progressAndDots()
     {
         QCOMPARE(progressNext(50, 0, 100, 12345), 51);
         // 97 would show 98: thrown back into 20 .. 98, whatever the draw.
@@ -89,17 +84,12 @@ private slots:
         QCOMPARE(*std::min_element(seen.begin(), seen.end()), 20);
         QCOMPARE(*std::max_element(seen.begin(), seen.end()), 98);
         QVERIFY(progressNext(98, 0, 100, 5) <= 98 && progressNext(99, 0, 100, 5) <= 98);
-    }
-
-    void dotsSwingBetweenElevenAndOne()
-    {
+        // The dots swing between eleven and one.
         int count = 3;
         bool growing = true;
         QList<int> shown;
-        for (int i = 0; i < 22; ++i) {
+        for (int i = 0; i < 22; ++i, shown << count)
             dotsNext(count, growing);
-            shown << count;
-        }
         QCOMPARE(shown, (QList<int>{4, 5, 6, 7, 8, 9, 10, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 2, 3, 4, 5}));
     }
 
@@ -270,18 +260,14 @@ private slots:
         QCOMPARE(stopDialogPos(1440, 321), QPoint(1099, 10));
 
         const QSize screen(1440, 900);
-        const struct
-        {
-            QRect window;
-            const char *filter;
-        } regions[] = {
+        const QList<QPair<QRect, QString>> regions{
             {{100, 50, 640, 480}, "scale=1440:900,crop=640:480:100:50:keep_aspect=1"},
             {{-30, 40, 600, 300}, "scale=1440:900,crop=570:300:0:40:keep_aspect=1"},       // over the left edge
             {{1000, 700, 600, 300}, "scale=1440:900,crop=440:200:1000:700:keep_aspect=1"}, // over right and bottom
             {{0, 0, 1440, 900}, "scale=1440:900,crop=1440:900:0:0:keep_aspect=1"},
         };
-        for (const auto &r : regions)
-            QCOMPARE(grabFilter(screen, clippedRegion(r.window, screen)), QString(r.filter));
+        for (const auto &[window, filter] : regions)
+            QCOMPARE(grabFilter(screen, clippedRegion(window, screen)), filter);
     }
 
     void deviceListAndWorkFiles()
@@ -314,12 +300,10 @@ private slots:
         QCOMPARE(audioShift(1000, 900), Q_INT64_C(-100));
         QCOMPARE(audioShift(0, 900), Q_INT64_C(0));
         QCOMPARE(audioShift(1795401922529, 12000), Q_INT64_C(0)); // not one clock
-        QCOMPARE(mergeArguments("v.mpg", "a.wav", "r.mpg", 120).join(' '),
-                 QString("-i v.mpg -itsoffset 0.120 -i a.wav -vcodec copy -y r.mpg"));
-        QCOMPARE(mergeArguments("v.mpg", "a.wav", "r.mpg", -80).join(' '),
-                 QString("-i v.mpg -ss 0.080 -i a.wav -vcodec copy -y r.mpg"));
-        QCOMPARE(mergeArguments("v.mpg", "a.wav", "r.mpg", 0).join(' '),
-                 QString("-i v.mpg -i a.wav -vcodec copy -y r.mpg"));
+        const QList<QPair<int, QString>> shifts{{120, "-itsoffset 0.120 "}, {-80, "-ss 0.080 "}, {0, ""}};
+        for (const auto &[shift, option] : shifts)
+            QCOMPARE(mergeArguments("v.mpg", "a.wav", "r.mpg", shift).join(' '),
+                     "-i v.mpg " + option + "-i a.wav -vcodec copy -y r.mpg");
         QCOMPARE(mergeArguments("v.mpg", QString(), "r.mpg", 300).join(' '), QString("-i v.mpg -vcodec copy -y r.mpg"));
         QCOMPARE(grabVideoArguments("x11grab", ":99", "F", "v.mpg").join(' '),
                  QString("-rtbufsize 2000M -f x11grab -i :99 -r 30 -vf F -b:v 20M v.mpg"));
@@ -366,47 +350,28 @@ private slots:
         QVERIFY(stop.size() == 1 && dialog.isVisible());
     }
 
-    void sniffedRules_data()
-    {
-        QTest::addColumn<QString>("rule");
-        QTest::addColumn<QString>("input");
-        QTest::addColumn<QString>("expected");
-        const char *const rows[][4] = {
-            {"type clean-up", "type", "video/x-flv\r\nmore", "video/flv"},
-            {"type at a line break", "type", "\r\nvideo/mp4", "\r\nvideo/mp4"},
-            {"1 MiB", "size", "1048576", "1.00 MB"},
-            {"row columns", "row", "7. 12:00:01", "7. 12:00:01           video/mp4     2.50 MB"},
-            {"version, final dot", "version", "Updated yt-dlp to 2015.11.13.", "2015.11.1"},
-            {"version, dots only", "version", "done... v1.2.3", "last"},
-            {"version, plus kept", "version", "is up to date (2023.03.04+dfsg)", "2023.03.04+"},
-            {"no version", "notice", "last", "Vidorra 2 is up-to-date"},
-            {"mp4 video", "extension", "video/mp4", "mp4"},
-            {"flash video", "extension", "video/flv", "flv"},
-            {"mpeg audio", "extension", "audio/mpeg", "mp3"},
-            {"quicktime", "extension", "video/quicktime; codecs=x", "mov"},
-            {"not media", "extension", "application/octet-stream", "mp4"},
-            {"tool's error lines", "complaint", "warning\nERROR: HTTP 403\nlast", "ERROR: HTTP 403"},
-            {"tool's last line", "complaint", "one\ntwo\n", "two"},
-            {"transfer address", "address", " http://a/http://b ", "a/b"}};
-        for (const auto &row : rows)
-            QTest::newRow(row[0]) << QString(row[1]) << QString(row[2]) << QString(row[3]);
-    }
     void sniffedRules()
     {
-        QFETCH(QString, rule);
-        QFETCH(QString, input);
-        QFETCH(QString, expected);
         using namespace SniffedRules;
-        const QHash<QString, std::function<QString()>> rules{
-            {"type", [&] { return cleanType(input); }},
-            {"size", [&] { return sizeText(input.toLongLong()); }},
-            {"row", [&] { return rowText(input, "video/mp4", sizeText(2621440)); }},
-            {"version", [&] { return versionFromUpdateOutput(input); }},
-            {"notice", [&] { return upToDateText(input); }},
-            {"extension", [&] { return extensionForType(input); }},
-            {"address", [&] { return transferAddress(input); }},
-            {"complaint", [&] { return DownloaderRules::toolComplaint(input.toUtf8(), 1); }}};
-        QCOMPARE(rules.value(rule)(), expected);
+        QCOMPARE(cleanType("video/x-flv\r\nmore") + "|" + cleanType("\r\nvideo/mp4"),
+                 QString("video/flv|\r\nvideo/mp4"));
+        QCOMPARE(rowText("7. 12:00:01", "video/mp4", sizeText(2621440)),
+                 QString("7. 12:00:01           video/mp4     2.50 MB"));
+        QCOMPARE(sizeText(1048576), QString("1.00 MB"));
+        QStringList versions; // a final dot dropped, dots only, a plus kept
+        for (const char *output :
+             {"Updated yt-dlp to 2015.11.13.", "done... v1.2.3", "is up to date (2023.03.04+dfsg)"})
+            versions << versionFromUpdateOutput(output);
+        QCOMPARE(versions, (QStringList{"2015.11.1", "last", "2023.03.04+"}));
+        QCOMPARE(upToDateText("last"), QString("Vidorra 2 is up-to-date"));
+        QStringList extensions;
+        for (const char *type :
+             {"video/mp4", "video/flv", "audio/mpeg", "video/quicktime; codecs=x", "application/octet-stream"})
+            extensions << extensionForType(type);
+        QCOMPARE(extensions, (QStringList{"mp4", "flv", "mp3", "mov", "mp4"}));
+        QCOMPARE(toolComplaint("warning\nERROR: HTTP 403\nlast", 1) + "|" + toolComplaint("one\ntwo\n", 1),
+                 QString("ERROR: HTTP 403|two"));
+        QCOMPARE(transferAddress(" http://a/http://b "), QString("a/b"));
     }
 
     void hitTest()
@@ -458,13 +423,10 @@ private slots:
 
     void hoverSetsTheCursor()
     {
+        // Off the edges the window's own cursor is taken back: a window then shows the arrow. Maximized or full
+        // screen (the whole offscreen screen), the cursor stays as it was.
         const Qt::WindowState normal = Qt::WindowNoState;
-        const struct
-        {
-            QPoint point;
-            Qt::WindowState state;
-            Qt::CursorShape cursor;
-        } rows[] = {
+        const QList<std::tuple<QPoint, Qt::WindowState, Qt::CursorShape>> rows{
             {{101, 250}, normal, Qt::SizeHorCursor},
             {{698, 250}, normal, Qt::SizeHorCursor},
             {{400, 102}, normal, Qt::SizeVerCursor},
@@ -473,22 +435,19 @@ private slots:
             {{698, 398}, normal, Qt::SizeFDiagCursor},
             {{698, 101}, normal, Qt::SizeBDiagCursor},
             {{101, 398}, normal, Qt::SizeBDiagCursor},
-            // Off the edges the window's own cursor is taken back: a window then shows the arrow.
             {{400, 250}, normal, Qt::ArrowCursor},
-            // Maximized or full screen (the whole offscreen screen), the cursor stays as it was.
             {{1, 250}, Qt::WindowMaximized, Qt::SizeVerCursor},
-            {{1, 250}, Qt::WindowFullScreen, Qt::SizeVerCursor},
-        };
-        for (const auto &row : rows) {
+            {{1, 250}, Qt::WindowFullScreen, Qt::SizeVerCursor}};
+        for (const auto &[point, state, cursor] : rows) {
             Window w;
             // A plain move onto the top edge first, so leaving the edges has a shape to take back.
             w.mouse(QEvent::MouseMove, {400, 100}, Qt::NoButton);
             QCOMPARE(w.widget.cursor().shape(), Qt::SizeVerCursor);
-            w.widget.setWindowState(row.state);
+            w.widget.setWindowState(state);
             QCoreApplication::processEvents(); // the new geometry comes back from the platform
-            QVERIFY(row.state == normal || w.widget.frameGeometry().topLeft() == QPoint(0, 0));
-            w.hover(row.point);
-            QCOMPARE(w.widget.cursor().shape(), row.cursor);
+            QVERIFY(state == normal || w.widget.frameGeometry().topLeft() == QPoint(0, 0));
+            w.hover(point);
+            QCOMPARE(w.widget.cursor().shape(), cursor);
         }
     }
 };
