@@ -214,7 +214,11 @@ def install(folder, name, url, digest, unpack=None, run=None):
         if os.path.exists(target):
             if os.path.exists(previous):
                 os.unlink(previous)
-            os.link(target, previous)
+            try:
+                os.link(target, previous)
+            except OSError:  # a file system without hard links
+                import shutil
+                shutil.copy2(target, previous)
         os.replace(temp, target)
         now, why = answers_version(run(target))
         if now is None:
@@ -250,7 +254,7 @@ def deno_target():
 def update_deno(folder):
     """deno in `folder`, when no JavaScript runtime on PATH is new enough."""
     found = tools.suitable_runtime()
-    if found and os.path.dirname(found[1]) != os.path.realpath(folder):
+    if found and os.path.dirname(os.path.realpath(found[1])) != os.path.realpath(folder):
         return
     tag, assets = latest(DENO_RELEASES)
     have = tools.program_version(os.path.join(folder, "deno"))

@@ -2,7 +2,7 @@
 """run --update against a release server on 127.0.0.1 with the real layout (a zipapp built from the installed yt-dlp
 with a raised version, SHA2-256SUMS signed with a throwaway key, a deno stand-in archive); the private copy then in
 use; cookies from a Firefox profile.  /usr/bin/python3 tests/launcher/test_update.py (VIDORRA_RUN names the launcher)"""
-import concurrent.futures, hashlib, http.server, io, json, os, re, resource, shutil, signal, subprocess, sys, tempfile
+import concurrent.futures, glob, hashlib, http.server, io, json, os, re, resource, shutil, signal, subprocess, sys, tempfile
 import threading, time, unittest, zipfile
 
 SOURCE = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
@@ -92,8 +92,16 @@ class UpdateTest(unittest.TestCase):
                         VIDORRA_CACHE_DIR=os.path.join(self.home, "cache"), VIDORRA_UPDATE_PATIENCE="1",
                         VIDORRA_SIGNING_KEY=os.path.join(TMP, "key.asc"))
 
-    def tearDown(self):
-        subprocess.run(["pkill", "-f", "-9", os.path.join(self.home, "state")])  # helpers of this test
+    def tearDown(self):  # the helpers left, and their workers
+        for name in glob.glob(os.path.join(self.home, "state", "helper-*.pid")):
+            with open(name) as f:
+                pid = int(f.read())
+            children = subprocess.run(["pgrep", "-P", str(pid)], capture_output=True).stdout.split()
+            for victim in [pid] + [int(c) for c in children]:
+                try:
+                    os.kill(victim, signal.SIGKILL)
+                except OSError:
+                    pass
 
     def run_(self, *args, limit=None):
         def small_files():  # a full disk: writes past `limit` bytes fail
@@ -156,7 +164,13 @@ class UpdateTest(unittest.TestCase):
             self.assertEqual(code, 0, err)
             self.assertEqual(open(target, "rb").read(), open(os.path.join(media, "clip.mp4"), "rb").read())
             os.unlink(target)
+        deadline = time.monotonic() + 120  # the helper of the private copy writes its index of extractors
+        while not (glob.glob(os.path.join(self.env["VIDORRA_CACHE_DIR"], "extractors-*.json"))
+                   and glob.glob(os.path.join(self.home, "state", "helper-*.pid"))):
+            self.assertLess(time.monotonic(), deadline, "no index of the private copy's extractors")
+            time.sleep(0.2)
         os.truncate(os.path.join(self.tools, "yt-dlp"), 100000)
+        self.env["VIDORRA_RUN_DIR"] = "/"  # not this user's alone: no helper stays
         self.assertEqual(self.run_("--get-title", clip), (0, "clip\n", ""))
 
     def test_failures_leave_the_working_copy(self):
