@@ -392,12 +392,7 @@ private slots:
     {
         // The 600 x 300 window's last pixels are x 699 and y 399.
         const QRect start(100, 100, 600, 300), smallest(100, 100, 481, 179);
-        const struct
-        {
-            QRect start;
-            QPoint from, to;
-            QRect expected;
-        } rows[] = {
+        const QList<std::tuple<QRect, QPoint, QPoint, QRect>> rows{
             {start, {400, 250}, {430, 270}, {130, 120, 600, 300}}, // the body moves the window
             {start, {100, 250}, {80, 240}, {80, 100, 620, 300}},   // left
             {start, {699, 250}, {679, 240}, {100, 100, 580, 300}}, // right
@@ -411,13 +406,13 @@ private slots:
             {smallest, {300, 100}, {300, 110}, smallest},          // the lowest, top edge inwards
             {start, {699, 399}, {400, 420}, {100, 100, 600, 321}}, // a corner too narrow, tall enough
         };
-        for (const auto &row : rows) {
-            Window w(row.start);
-            w.mouse(QEvent::MouseButtonPress, row.from, Qt::LeftButton);
+        for (const auto &[from, press, release, expected] : rows) {
+            Window w(from);
+            w.mouse(QEvent::MouseButtonPress, press, Qt::LeftButton);
             w.helper.activateOn(&w.widget); // taken on already: the drag goes on, and is followed once
-            w.mouse(QEvent::MouseMove, row.to, Qt::LeftButton);
-            w.mouse(QEvent::MouseButtonRelease, row.to, Qt::NoButton);
-            QCOMPARE(w.widget.geometry(), row.expected);
+            w.mouse(QEvent::MouseMove, release, Qt::LeftButton);
+            w.mouse(QEvent::MouseButtonRelease, release, Qt::NoButton);
+            QCOMPARE(w.widget.geometry(), expected);
         }
     }
 
