@@ -35,6 +35,7 @@ struct Job : QObject
         connect(&d, &Downloader::haveFile, this, tell("file"));
         connect(&d, &Downloader::testOK, this, tell("testOK"));
         connect(&d, &Downloader::snifferUpdated, this, tell("updated"));
+        connect(&d, &Downloader::updateFailed, this, tell("update failed"));
         connect(&d, &Downloader::doneExtractAudio, this, tell("done"));
     }
     bool wait(int count)
@@ -116,7 +117,7 @@ private slots:
         row("formats", "exit code 1", "out-file: recorded/formats-classic.txt\nexit: 1", "", {});
         row("download", "exit code 1", "out-file: recorded/progress-middle.txt\nexit: 1", "", {"percent 45.3"});
         row("update", "done", "out: Updating ...\\n\nout: Updated", "Updating ...Updated", {"updated"});
-        row("update", "exit code 1", "out: ERROR\nexit: 1", "ERROR", {"error 4"});
+        row("update", "exit code 1", "out: ERROR\nexit: 1", "ERROR", {"update failed"});
         row("test", "match", "out: \\n  Test - 1  \\n", "Test - 1", {"testOK"});
         row("test", "mismatch", "out: Test - 2", "Test - 1", {"error 2"});
         // The raw title is compared, not the cleaned one, and only the first chunk.
