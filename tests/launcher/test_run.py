@@ -3,7 +3,8 @@
     /usr/bin/python3 tests/launcher/test_run.py [LAUNCHER (default $VIDORRA_RUN, else deploy/run)] [unittest options]
 Fake tools (VIDORRA_YTDLP) stand in only where the real one cannot answer (odd tables).
 Runs share a folder for the cache and the helper (VIDORRA_RUN_DIR); the helpers left are stopped at the end."""
-import concurrent.futures, glob, json, os, shutil, signal, socket, subprocess, sys, tempfile, time, unittest
+import concurrent.futures, glob, json, os, shutil, socket, subprocess, sys, tempfile, time, unittest
+from support import helpers, stop_helpers, wait_for, write
 
 SOURCE = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 FIXTURES = os.path.join(SOURCE, "tests", "fixtures")
@@ -25,47 +26,9 @@ def run(*args, tool=None, cwd=None, state=None):
                           env=env(tool, state), cwd=cwd, timeout=60)
 
 
-def helpers(state):
-    """Process ids of the helpers serving from `state`."""
-    found = []
-    for name in glob.glob(os.path.join(state, "helper-*.pid")):
-        with open(name) as f:
-            pid = int(f.read())
-        try:
-            os.kill(pid, 0)
-            found.append(pid)
-        except OSError:
-            pass
-    return found
-
-
-def stop_helpers(state):
-    """Kills the helpers of `state` and their workers; the folder goes too."""
-    for pid in helpers(state):
-        os.killpg(pid, signal.SIGKILL)  # a helper leads its own group; workers have their own
-        for child in subprocess.run(["pgrep", "-P", str(pid)], capture_output=True).stdout.split():
-            os.kill(int(child), signal.SIGKILL)
-    shutil.rmtree(state, True)
-
-
-def wait_for(condition, what, seconds=30):
-    deadline = time.monotonic() + seconds
-    while not condition():
-        if time.monotonic() > deadline:
-            raise AssertionError("gave up waiting for " + what)
-        time.sleep(0.05)
-
-
 def run_all(argvs, **kw):
     with concurrent.futures.ThreadPoolExecutor(8) as pool:
         return list(pool.map(lambda argv: run(*argv, **kw), argvs))
-
-
-def write(path, text):
-    with open(path, "w") as f:
-        f.write(text)
-    os.chmod(path, 0o755)
-    return path
 
 
 class LauncherTest(unittest.TestCase):

@@ -13,17 +13,12 @@ GNUPG = os.path.join(TMP, "gnupg")
 DENO = "deno-%s-unknown-linux-gnu.zip" % os.uname().machine
 sys.path.insert(0, os.path.join(SOURCE, "tests", "fixtures"))
 from make_zipapp import zipapp  # noqa: E402
+from support import helpers, stop_helpers, wait_for, write  # noqa: E402
 
 
 def gpg(*args, data=None):
     return subprocess.run(["gpg", "--batch", "--quiet", "--homedir", GNUPG, *args], input=data, check=True,
                           capture_output=True).stdout
-
-
-def script(path, body):
-    with open(path, "w") as f:
-        f.write("#!/bin/sh\n" + body)
-    os.chmod(path, 0o755)
 
 
 class Releases(http.server.ThreadingHTTPServer):
@@ -94,12 +89,8 @@ class UpdateTest(unittest.TestCase):
                         VIDORRA_CACHE_DIR=os.path.join(self.home, "cache"), VIDORRA_UPDATE_PATIENCE="1",
                         VIDORRA_SIGNING_KEY=os.path.join(TMP, "key.asc"))
 
-    def tearDown(self):  # the helpers left, and their workers
-        for name in glob.glob(os.path.join(self.home, "state", "helper-*.pid")):
-            with open(name) as f:
-                pid = f.read().strip()
-            subprocess.run(["pkill", "-9", "-P", pid])
-            subprocess.run(["kill", "-9", pid])
+    def tearDown(self):
+        stop_helpers(os.path.join(self.home, "state"))
 
     def run_(self, *args, limit=None):
         def small_files():  # a full disk: writes past `limit` bytes fail
@@ -163,11 +154,8 @@ class UpdateTest(unittest.TestCase):
             self.assertEqual(self.run_(clip, "-o", target, "--format", "0")[0], 0)
             self.assertTrue(filecmp.cmp(target, os.path.join(media, "clip.mp4"), shallow=False))
             os.unlink(target)
-        deadline = time.monotonic() + 120  # the helper of the private copy writes its index of extractors
-        while not (glob.glob(os.path.join(self.env["VIDORRA_CACHE_DIR"], "extractors-*.json"))
-                   and glob.glob(os.path.join(self.home, "state", "helper-*.pid"))):
-            self.assertLess(time.monotonic(), deadline, "no index of the private copy's extractors")
-            time.sleep(0.2)
+        wait_for(lambda: glob.glob(os.path.join(self.env["VIDORRA_CACHE_DIR"], "extractors-*.json"))
+                 and helpers(os.path.join(self.home, "state")), "the private copy's helper and its index", 120)
         os.truncate(os.path.join(self.tools, "yt-dlp"), 100000)
         self.env["VIDORRA_RUN_DIR"] = "/"  # not this user's alone: no helper stays
         self.assertEqual(self.run_("--get-title", clip), (0, "clip\n", ""))
@@ -218,12 +206,9 @@ class UpdateTest(unittest.TestCase):
                                    stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
             self.addCleanup(app.wait, 30)
             self.addCleanup(app.kill)
-            deadline = time.monotonic() + 120
-            while asked.count("/api/yt-dlp/yt-dlp/releases/latest") <= start or subprocess.run(
-                    ["xdotool", "search", "--name", r"downloader 2099\.01\.01"], capture_output=True).returncode:
-                self.assertLess(time.monotonic(), deadline, "no window title naming the new version")
-                self.assertIsNone(app.poll(), "the program ended")
-                time.sleep(0.2)
+            wait_for(lambda: app.poll() is None and asked.count("/api/yt-dlp/yt-dlp/releases/latest") > start and
+                     not subprocess.run(["xdotool", "search", "--name", r"downloader 2099\.01\.01"],
+                                        capture_output=True).returncode, "a window title naming the version", 120)
             app.terminate()
             app.wait(30)
             subprocess.run(["sed", "-i", "s/^last_update=.*/last_update=0/",  # the next start is on another day
@@ -236,13 +221,13 @@ class UpdateTest(unittest.TestCase):
         bin_ = os.path.join(self.home, "bin")
         os.makedirs(bin_)
         fake = os.path.join(bin_, "yt-dlp")
-        script(fake, "case \"$*\" in *--help*) echo '  --js-runtimes RUNTIME'; exit 0;; esac\n"
+        write(fake, "#!/bin/sh\ncase \"$*\" in *--help*) echo '  --js-runtimes RUNTIME'; exit 0;; esac\n"
                "printf '%s\\n' \"$@\" > \"$0.args\"\n")
         self.env.update(VIDORRA_YTDLP=fake, PATH=bin_ + ":/usr/bin:/bin")
         for deno, node, expected in (("deno 2.2.0", "v22.1.0", "node"), ("deno 2.3.1", "v22.1.0", "deno"),
                                      ("deno 1.0", "v20.0.0", None)):
-            script(os.path.join(bin_, "deno"), "echo '%s'\n" % deno)
-            script(os.path.join(bin_, "node"), "echo '%s'\n" % node)
+            write(os.path.join(bin_, "deno"), "#!/bin/sh\necho '%s'\n" % deno)
+            write(os.path.join(bin_, "node"), "#!/bin/sh\necho '%s'\n" % node)
             self.run_("--list-formats", "http://127.0.0.1:9/x")
             with open(fake + ".args") as f:
                 args = f.read().splitlines()

@@ -1,0 +1,40 @@
+"""What the launcher's tests share: its helpers found and stopped, waits with a limit, small scripts written."""
+import glob, os, shutil, signal, subprocess, time
+
+
+def helpers(state):
+    """Process ids of the helpers serving from `state`."""
+    found = []
+    for name in glob.glob(os.path.join(state, "helper-*.pid")):
+        with open(name) as f:
+            pid = int(f.read())
+        try:
+            os.kill(pid, 0)
+            found.append(pid)
+        except OSError:
+            pass
+    return found
+
+
+def stop_helpers(state):
+    """Kills the helpers of `state` and their workers; the folder goes too."""
+    for pid in helpers(state):
+        os.killpg(pid, signal.SIGKILL)  # a helper leads its own group; workers have their own
+        for child in subprocess.run(["pgrep", "-P", str(pid)], capture_output=True).stdout.split():
+            os.kill(int(child), signal.SIGKILL)
+    shutil.rmtree(state, True)
+
+
+def wait_for(condition, what, seconds=30):
+    deadline = time.monotonic() + seconds
+    while not condition():
+        if time.monotonic() > deadline:
+            raise AssertionError("gave up waiting for " + what)
+        time.sleep(0.05)
+
+
+def write(path, text):
+    with open(path, "w") as f:
+        f.write(text)
+    os.chmod(path, 0o755)
+    return path
