@@ -267,6 +267,38 @@ def skip_file_probe():
             cache[:] = ["%dbit" % (sys.maxsize.bit_length() + 1), linkage]
 
 
+def unpacked(source):
+    """A zipped release unpacked once into the user's cache folder, where
+    this interpreter keeps the modules it compiles (it cannot inside a zip,
+    so every run would compile them again): the folder to import from, or
+    `source` itself when it cannot be unpacked."""
+    import shutil
+    import tempfile
+    import time
+    import zipfile
+    from .common import stamp_of
+    from .index import cache_folder
+    folder = cache_folder() if source else None
+    if folder is None:
+        return source
+    target = os.path.join(folder, "yt-dlp-" + stamp_of(source))
+    if os.path.isdir(target):
+        return target
+    temp = tempfile.mkdtemp(prefix=".yt-dlp-", dir=folder)
+    try:
+        with zipfile.ZipFile(source) as z:
+            z.extractall(temp, [n for n in z.namelist() if n.startswith("yt_dlp/")])
+        os.rename(temp, target)
+    except (OSError, zipfile.BadZipFile, ValueError):
+        shutil.rmtree(temp, True)  # unpacked meanwhile by another run, or not a zip
+        return target if os.path.isdir(target) else source
+    for name in os.listdir(folder):  # earlier versions, once no helper can be using them
+        path = os.path.join(folder, name)
+        if name.startswith("yt-dlp-") and path != target and time.time() - os.stat(path).st_mtime > 86400:
+            shutil.rmtree(path, True)
+    return target
+
+
 def load_module(source):
     """yt_dlp from `source` (see module_source), or None when it does not load."""
     if source:
