@@ -303,6 +303,8 @@ def load_module(source):
     """yt_dlp from `source` (see module_source), or None when it does not load."""
     if source:
         sys.path.insert(0, source)
+        if os.path.isdir(source):
+            sys.dont_write_bytecode = False  # the unpacked copy keeps its compiled modules
     skip_file_probe()
     try:
         import yt_dlp
