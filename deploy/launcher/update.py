@@ -83,7 +83,7 @@ def fetch(url, out=None, name=None):
             if time.monotonic() - started > LONGEST:
                 raise Failed("the transfer of %s took too long" % (name or url))
             try:
-                block = response.read(65536)
+                block = response.read1(65536)  # what has come, not a full block
             except Exception as e:  # noqa: BLE001 - a stalled or broken transfer
                 raise Failed("the transfer of %s stopped: %s" % (name or url, reason_of(e)))
             if not block:
