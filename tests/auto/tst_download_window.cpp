@@ -89,10 +89,6 @@ class DownloadWindowTest : public QObject
     {
         return sniffer->uiOldSniffer->mediaList;
     }
-    QString row(int r) const
-    {
-        return list()->item(r)->text();
-    }
     // The colour of a row's state square.
     QRgb square(int row) const
     {
@@ -161,22 +157,28 @@ private slots:
         const QString log =
             scenario("[download]\npart: 4096\nout-file: recorded/progress-end.txt\nmedia: " + clip + "\n");
         openOptions();
-        QCOMPARE(fakeCalls(log, "title").value(0).last(), canonical);
-        QCOMPARE(sniffer->uiOptions->inputTitle->text(), QString("Stand in Video"));
-        QCOMPARE(sniffer->uiOptions->lblDLLength->text(), QString("0:42"));
+        QCOMPARE(sniffer->uiOptions->inputTitle->text() + " " + sniffer->uiOptions->lblDLLength->text(),
+                 QString("Stand in Video 0:42"));
         // The format table in reverse, the best one marked, the top row chosen.
-        QStringList expected, rows;
+        QStringList expected;
         for (const Downloader::videoFormat &format : sniffer->downloader->options->formats)
             expected.prepend(DownloadRules::formatRowText(format));
         QListWidget *list = sniffer->uiOptions->listFormats;
+        QVERIFY(list->count() == expected.size() && list->currentRow() == 0);
         for (int row = 0; row < list->count(); ++row)
-            rows << list->item(row)->text();
-        QCOMPARE(rows, expected);
-        QCOMPARE(list->currentRow(), 0);
+            QCOMPARE(list->item(row)->text(), expected[row]);
         const QList<QListWidgetItem *> best = list->findItems("( BEST )", Qt::MatchContains);
-        QCOMPARE(best.size(), 1);
-        QCOMPARE(best.first()->text(), QString("1280x720\tAAC 192 KBps\t( BEST )"));
-        QTest::mouseClick(list->viewport(), Qt::LeftButton, {}, list->visualItemRect(best.first()).center());
+        QVERIFY(best.size() == 1 && best[0]->text() == "1280x720\tAAC 192 KBps\t( BEST )");
+        QTest::mouseClick(list->viewport(), Qt::LeftButton, {}, list->visualItemRect(best[0]).center());
+        // The folder disappears between the dialog and the download: told at once, nothing started.
+        const QString gone = work.filePath("gone");
+        QVERIFY(QDir().mkpath(gone));
+        save(sniffer->uiOptions->btnDownloadVideo, gone + "/Clip", [this, gone] {
+            QDir(gone).removeRecursively();
+            closeNextMessage(&boxTitle, &boxText);
+        });
+        QVERIFY(boxTitle == "Processing error:" && boxText.startsWith("<b>File</b> <i>" + gone + "/Clip."));
+        QVERIFY(sniffer->ui->widgetOptions->isVisible() && fakeCalls(log, "download").isEmpty());
         QVERIFY(QDir().mkpath(work.filePath("out")));
         const QString target = work.filePath("out/My Clip.mp4");
         QVERIFY(saveToTheEnd(sniffer->uiOptions->btnDownloadVideo, target));
@@ -218,9 +220,8 @@ private slots:
         QFile(work.filePath("go")).open(QIODevice::WriteOnly); // the stand-in goes on: a figure that is not a number
         QVERIFY(waitFor([&] { return sniffer->progressBar->value() == 0; }));
         QTest::mouseClick(sniffer->uiProgress->btnCloseProgress, Qt::LeftButton);
-        QVERIFY(!QFile::exists(part));
-        QVERIFY(sniffer->ui->widgetNavigation->isVisible() && !sniffer->ui->widgetProgress->isVisible() &&
-                !sniffer->ui->widgetInsertURL->isVisible());
+        QVERIFY(!QFile::exists(part) && sniffer->ui->widgetNavigation->isVisible() &&
+                !sniffer->ui->widgetProgress->isVisible() && !sniffer->ui->widgetInsertURL->isVisible());
         enter(canonical);
         cancelWhileChecking(log, 3);
         QVERIFY(QDir(folder).isEmpty());
@@ -250,58 +251,48 @@ private slots:
         QVERIFY(sniffer->uiOptions->btnDownloadVideo->isVisible());
     }
 
-    void refusedAddressAndFailedTitleGoBackToTheAddress()
+    // A refused address, a failed title, a site that wants a sign-in (both queries fail: told once, in plain words).
+    void refusedAddressAndFailedQueriesGoBackToTheAddress_data()
     {
-        closeNextMessage(&boxTitle, &boxText);
-        enter("https://vimeo.com/12345");
-        QVERIFY(waitFor([this] { return !boxText.isEmpty(); }));
-        QCOMPARE(boxTitle, QString("Address not accepted"));
-        QVERIFY(boxText.startsWith("Not an address of the video site.<br><br><hr>"));
-        QVERIFY(boxText.contains("<b>error #2:") && boxText.contains("in 'processURL' : src/Sniffer/ProcessURL.cpp"));
-        QVERIFY(sniffer->ui->widgetInsertURL->isVisible());
-        QCOMPARE(sniffer->uiInsertURL->inputURL->text(), QString("https://vimeo.com/12345"));
-
-        const QString log = scenario("[title]\nexit: 1\n");
-        closeNextMessage(&boxTitle, &boxText);
-        enter(canonical);
-        QVERIFY(waitFor([this] { return !boxText.isEmpty(); }));
-        QCOMPARE(boxTitle, QString("Video not read"));
-        QVERIFY(boxText.startsWith("Title and length could not be read."));
-        QVERIFY(boxText.contains("[DL] in 'onDownloaderError' : src/Sniffer/DownloadFile.cpp"));
-        QVERIFY(sniffer->ui->widgetInsertURL->isVisible());
-        // The format listing that still succeeds does not open the Options page.
-        QVERIFY(waitFor([&] { return fakeCalls(log, "formats").size() == 1 && !sniffer->downloader->processFormats; }));
-        QCoreApplication::processEvents();
-        QVERIFY(!sniffer->ui->widgetOptions->isVisible());
-
-        // A site that wants a sign-in says so once, in plain words, though both queries fail.
+        QTest::addColumn<QString>("script");
+        QTest::addColumn<QString>("address");
+        QTest::addColumn<QString>("title");
+        QTest::addColumn<QStringList>("text"); // its start, then what it holds
         const QString bot = "err: ERROR: [youtube] x: Sign in to confirm you’re NOT a bot. <b>Use</b>\\n\nexit: 1\n";
-        const QString botLog = scenario("[title]\n" + bot + "[formats]\n" + bot);
+        QTest::newRow("refused") << ""
+                                 << "https://vimeo.com/12345"
+                                 << "Address not accepted"
+                                 << QStringList{"Not an address of the video site.<br><br><hr>",
+                                                "<b>error #2:", "in 'processURL' : src/Sniffer/ProcessURL.cpp"};
+        QTest::newRow("no title") << "[title]\nexit: 1\n"
+                                  << canonical << "Video not read"
+                                  << QStringList{"Title and length could not be read.",
+                                                 "[DL] in 'onDownloaderError' : src/Sniffer/DownloadFile.cpp"};
+        QTest::newRow("sign-in") << "[title]\n" + bot + "[formats]\n" + bot << canonical << "Sign-in needed"
+                                 << QStringList{"", "Choose your browser under Settings, Cookies from browser"};
+    }
+    void refusedAddressAndFailedQueriesGoBackToTheAddress()
+    {
+        QFETCH(QString, script);
+        QFETCH(QString, address);
+        QFETCH(QString, title);
+        QFETCH(QStringList, text);
+        const QString log = scenario(script);
         closeNextBox();
-        enter(canonical);
+        enter(address);
         QVERIFY(waitFor([this] { return !boxText.isEmpty(); }));
-        QVERIFY(boxTitle == "Sign-in needed" && boxIcon == QMessageBox::Warning && boxPlain);
-        QVERIFY(boxText.contains("choose your browser under Settings, Cookies from browser", Qt::CaseInsensitive));
-        QVERIFY(
-            waitFor([&] { return fakeCalls(botLog, "formats").size() == 1 && !sniffer->downloader->processFormats; }));
+        QCOMPARE(boxTitle, title);
+        QVERIFY2(boxText.startsWith(text.takeFirst()), qPrintable(boxText));
+        for (const QString &part : text)
+            QVERIFY2(boxText.contains(part), qPrintable(boxText));
+        QCOMPARE(boxIcon == QMessageBox::Warning && boxPlain, title == "Sign-in needed");
+        QCOMPARE(sniffer->uiInsertURL->inputURL->text(), address);
+        // The other query's end, listed or failed, neither opens the Options page nor tells again.
+        QVERIFY(waitFor([&] {
+            return fakeCalls(log, "formats").size() == int(!script.isEmpty()) && !sniffer->downloader->processFormats;
+        }));
         QCoreApplication::processEvents();
         QVERIFY(!QApplication::activeModalWidget() && sniffer->ui->widgetInsertURL->isVisible());
-    }
-
-    void vanishedFolderIsToldAtOnce()
-    {
-        const QString log = scenario(QString());
-        openOptions();
-        const QString folder = work.filePath("gone");
-        QVERIFY(QDir().mkpath(folder));
-        // The folder disappears between the dialog and the download: told at once, nothing started.
-        save(sniffer->uiOptions->btnDownloadVideo, folder + "/Clip", [this, folder] {
-            QDir(folder).removeRecursively();
-            closeNextMessage(&boxTitle, &boxText);
-        });
-        QCOMPARE(boxTitle, QString("Processing error:"));
-        QVERIFY(boxText.startsWith("<b>File</b> <i>" + folder + "/Clip."));
-        QVERIFY(sniffer->ui->widgetOptions->isVisible() && fakeCalls(log, "download").isEmpty());
     }
 
     void saveDialogsAndFolders()
@@ -313,18 +304,13 @@ private slots:
         sniffer->snifferSaveMode = DownloadRules::KindAudio;
         answerSaveDialog("My_Clip - 2.mp3");
         QCOMPARE(sniffer->GetSaveAsFullPath("mp3"), folder + "/My.Clip.2.mp3");
-        QComboBox *folders = sniffer->uiOptions->selectPath;
-        auto listed = [folders] {
-            QStringList items;
-            for (int i = 0; i < folders->count(); ++i)
-                items << folders->itemText(i);
-            return items;
-        };
         // With nothing stored the Options page lists Desktop, Documents, Music, Movies.
-        auto place = [](QStandardPaths::StandardLocation where) { return QStandardPaths::writableLocation(where); };
+        QComboBox *folders = sniffer->uiOptions->selectPath;
         sniffer->setSaveFilePath();
-        QCOMPARE(listed(), (QStringList{desktop, place(QStandardPaths::DocumentsLocation),
-                                        place(QStandardPaths::MusicLocation), place(QStandardPaths::MoviesLocation)}));
+        const QString home = qEnvironmentVariable("HOME");
+        const QStringList places{desktop, home + "/Documents", home + "/Music", home + "/Videos"};
+        for (int i = 0; i < places.size() || i < folders->count(); ++i)
+            QCOMPARE(folders->itemText(i), places.value(i));
         // Settings page: a cancelled chooser fills an empty field with the Desktop; Save stores the text as typed.
         QTest::mouseClick(sniffer->uiNavigation->btnOptions, Qt::LeftButton);
         answerNextModal([](QWidget *w) { qobject_cast<QDialog *>(w)->reject(); });
@@ -339,8 +325,7 @@ private slots:
                  QString("  /no such/place "));
         // The stored video folder comes first, the Desktop last; the chooser puts its folder on top.
         sniffer->setSaveFilePath();
-        QCOMPARE(listed().size(), 5);
-        QVERIFY(listed().first() == work.path() && listed().last() == desktop);
+        QVERIFY(folders->count() == 5 && folders->itemText(0) == work.path() && folders->itemText(4) == desktop);
         QVERIFY(QDir().mkpath(work.filePath("out")));
         answerNextModal([this](QWidget *w) {
             auto *dialog = qobject_cast<QFileDialog *>(w);
@@ -348,11 +333,10 @@ private slots:
             QTest::mouseClick(dialog->findChild<QDialogButtonBox *>()->button(QDialogButtonBox::Open), Qt::LeftButton);
         });
         sniffer->uiOptions->btnSelectPath->click();
-        QCOMPARE(folders->currentText(), work.filePath("out"));
-        QCOMPARE(folders->count(), 6);
+        QVERIFY(folders->currentText() == work.filePath("out") && folders->count() == 6);
     }
 
-    void listKeepsTheNewestAndDropsRepeats()
+    void listKeepsTheNewestAndSavesTheMedia()
     {
         report("early.example/a.mp4", 500000); // before the page is first opened: counted, then cleared
         QCOMPARE(sniffer->sniffedCount, 1);
@@ -365,9 +349,9 @@ private slots:
         report("media.example/first.flv", 200000);
         report("other.example/same-size.mp4", 100000);
         QCOMPARE(list()->count(), 1);
-        QCOMPARE(row(0), SniffedRules::rowText("1. " + sniffer->sniffedEntries[0].time, "video/flv", "0.10 MB"));
+        QCOMPARE(list()->item(0)->text(),
+                 SniffedRules::rowText("1. " + sniffer->sniffedEntries[0].time, "video/flv", "0.10 MB"));
         QCOMPARE(sniffer->sniffedEntries[0].url, QString("http://media.example/first.flv"));
-        QCOMPARE(square(0), QColor(0xe0, 0x45, 0x3a).rgb());
 
         // Three reports wait for three looks at the queue.
         for (int i = 2; i <= 4; ++i)
@@ -375,13 +359,10 @@ private slots:
         sniffer->checkUrlQueue();
         sniffer->checkUrlQueue();
         QCOMPARE(list()->count(), 3);
-        sniffer->checkUrlQueue();
-        QCOMPARE(list()->count(), 4);
-
         for (int i = 5; i <= 27; ++i)
             report(qPrintable("media.example/" + QString::number(i)), 100000 + i);
         QCOMPARE(list()->count(), 25);
-        QVERIFY(row(0).startsWith("27. ") && row(24).startsWith("3. "));
+        QVERIFY(list()->item(0)->text().startsWith("27. ") && list()->item(24)->text().startsWith("3. "));
 
         // A page of the video site cannot be previewed.
         report("www.youtube.com/watch?v=x", 999999);
@@ -400,16 +381,12 @@ private slots:
         const QImage pressed = QIcon(":btnRemoveOSNclc").pixmap(24, 24).toImage();
         QCOMPARE(sniffer->uiOldSniffer->pbRemove->icon().pixmap(24, 24).toImage(), pressed);
         QVERIFY(waitFor([&] { return sniffer->uiOldSniffer->pbRemove->icon().pixmap(24, 24).toImage() != pressed; }));
-        QCOMPARE(list()->count(), 24);
-        QVERIFY(row(0) != removed && row(1) != removed);
+        QVERIFY(list()->count() == 24 && list()->findItems(removed, Qt::MatchExactly).isEmpty());
         while (list()->count())
             sniffer->onClickOldSnifferRemove();
         QVERIFY(!sniffer->uiOldSniffer->pbDownloadVideo->isEnabled() && !sniffer->uiOldSniffer->pbPreview->isEnabled());
-    }
 
-    void savesTransferTheMedia()
-    {
-        QTest::mouseClick(sniffer->uiNavigation->btnSniffer, Qt::LeftButton);
+        // Saves from the list transfer the media.
         scenario("[download]\npart: 4096\nmedia: " + clip +
                  "\n[download 2]\npart: 4096\nexit: 1\n[download 3]\nmedia: " + clip + "\n");
         report("media.example/clip.mp4", 300000);
@@ -419,7 +396,6 @@ private slots:
 
         save(sniffer->uiOldSniffer->pbDownloadVideo, "My clip");
         QCOMPARE(square(0), QColor(0xf2, 0xc2, 0x30).rgb());
-        QVERIFY(!sniffer->uiOldSniffer->pbDownloadVideo->isEnabled());
         report("media.example/other.mp4", 400000); // a new row leaves the save's button off
         QVERIFY(!sniffer->uiOldSniffer->pbDownloadVideo->isEnabled());
         QVERIFY(waitFor([&] { return finished.size() == 1; }));
@@ -482,10 +458,6 @@ private slots:
             sniffer->mirelSetDefaultURL();
             QCOMPARE(sniffer->uiInsertURL->inputURL->text(), QString(expected));
         }
-        // The field's clear button fades in; its animation goes only when done.
-        for (QToolButton *button : sniffer->uiInsertURL->inputURL->findChildren<QToolButton *>())
-            QVERIFY(waitFor([button] { return button->property("opacity").toReal() == 1.0; }));
-
         sniffer->appSettings.tables["test_sniffer"].clear();
         closeNextMessage(&boxTitle, &boxText);
         sniffer->testSniffer();
@@ -496,30 +468,25 @@ private slots:
     void updateNotices_data()
     {
         QTest::addColumn<QString>("script");
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<QString>("version"); // the window's title names it
+        QTest::addColumn<QString>("text"); // the window's title names the version it names
         const QString failed = "The downloader could not be updated: ";
         const QString system = "yt-dlp 2023.03.04 is installed by the system's package manager (apt): update it with "
                                "the package manager";
         QTest::newRow("current") << ""
-                                 << "Vidorra 2 2023.03.04 is up-to-date"
-                                 << "2023.03.04";
-        QTest::newRow("system") << "out: " + system << system << "2023.03.04";
+                                 << "Vidorra 2 2023.03.04 is up-to-date";
+        QTest::newRow("system") << "out: " + system << system;
         QTest::newRow("failed") << "err: [download]  42.5% of yt-dlp\\n\nwait-for: go\nout: yt-dlp 2023.07.06 stays "
                                    "in use\nerr: run: update failed: <a href=x>y</a>\\n\nexit: 1"
-                                << failed + "<a href=x>y</a>.\n\nThe installed version 2023.07.06 keeps working."
-                                << "2023.07.06";
+                                << failed + "<a href=x>y</a>.\n\nThe installed version 2023.07.06 keeps working.";
         QTest::newRow("no launcher") << "exit: 127"
                                      << failed + "the downloader launcher could not be started.\n\nNo working "
                                                  "downloader was found: addresses cannot be read until an update "
-                                                 "succeeds."
-                                     << "";
+                                                 "succeeds.";
     }
     void updateNotices()
     {
         QFETCH(QString, script);
         QFETCH(QString, text);
-        QFETCH(QString, version);
         scenario(script.isEmpty() ? QString() : "[update]\n" + script + "\n");
         closeNextBox();
         QApplication::setActiveWindow(sniffer.get());
@@ -537,6 +504,7 @@ private slots:
         QCOMPARE(boxTitle, QString(warning ? "Update not possible" : "Vidorra 2"));
         QCOMPARE(boxIcon, warning ? QMessageBox::Warning : QMessageBox::Information);
         QCOMPARE(boxPlain, !text.endsWith("is up-to-date"));
+        const QString version = QRegularExpression("\\d{4}\\.\\d\\d\\.\\d\\d").match(text).captured();
         QVERIFY(sniffer->windowTitle().contains(version) && sniffer->uiNavigation->btnSniffer->isVisible());
     }
 
