@@ -235,9 +235,9 @@ private slots:
         QVERIFY(waitForPage(sniffer->ui->widgetOptions));
         QVERIFY(sniffer->uiOptions->listFormats->isHidden() && sniffer->uiOptions->btnDownloadVideo->isHidden());
         QVERIFY(sniffer->uiOptions->btnDownloadAudio->isVisible());
-        // The next address lists 10,001 formats: the video button is back, the list scrolls,
-        // the window takes the screen's height and no more.
-        // Each read stands alone and the list holds the last: the final 70 rows come in one (atomic) write.
+        // The next address lists 10,001 formats: the video button is back, the list scrolls, the window takes the
+        // screen's height and no more. Each read stands alone and the list holds the last: the final 70 rows come in
+        // one (atomic) write.
         QString listing;
         for (int code = 1; code <= 10001; ++code)
             listing += QString::number(code) + " mp4 640x360 medium\\n" + (code == 9931 ? "\nout: " : "");
@@ -252,38 +252,34 @@ private slots:
     }
 
     // A refused address, a failed title, a site that wants a sign-in (both queries fail: told once, in plain words).
+    // Each row: the stand-in's script, the address, the message's title, its start, what else it holds.
     void refusedAddressAndFailedQueriesGoBackToTheAddress_data()
     {
-        QTest::addColumn<QString>("script");
-        QTest::addColumn<QString>("address");
-        QTest::addColumn<QString>("title");
-        QTest::addColumn<QStringList>("text"); // its start, then what it holds
+        QTest::addColumn<QStringList>("row");
         const QString bot = "err: ERROR: [youtube] x: Sign in to confirm you’re NOT a bot. <b>Use</b>\\n\nexit: 1\n";
-        QTest::newRow("refused") << ""
-                                 << "https://vimeo.com/12345"
-                                 << "Address not accepted"
-                                 << QStringList{"Not an address of the video site.<br><br><hr>",
-                                                "<b>error #2:", "in 'processURL' : src/Sniffer/ProcessURL.cpp"};
-        QTest::newRow("no title") << "[title]\nexit: 1\n"
-                                  << canonical << "Video not read"
-                                  << QStringList{"Title and length could not be read.",
+        QTest::newRow("refused") << QStringList{"",
+                                                "https://vimeo.com/12345",
+                                                "Address not accepted",
+                                                "Not an address of the video site.<br><br><hr>",
+                                                "<b>error #2:",
+                                                "in 'processURL' : src/Sniffer/ProcessURL.cpp"};
+        QTest::newRow("no title") << QStringList{"[title]\nexit: 1\n", canonical, "Video not read",
+                                                 "Title and length could not be read.",
                                                  "[DL] in 'onDownloaderError' : src/Sniffer/DownloadFile.cpp"};
-        QTest::newRow("sign-in") << "[title]\n" + bot + "[formats]\n" + bot << canonical << "Sign-in needed"
-                                 << QStringList{"", "Choose your browser under Settings, Cookies from browser"};
+        QTest::newRow("sign-in") << QStringList{"[title]\n" + bot + "[formats]\n" + bot, canonical, "Sign-in needed",
+                                                "", "Choose your browser under Settings, Cookies from browser"};
     }
     void refusedAddressAndFailedQueriesGoBackToTheAddress()
     {
-        QFETCH(QString, script);
-        QFETCH(QString, address);
-        QFETCH(QString, title);
-        QFETCH(QStringList, text);
+        QFETCH(QStringList, row);
+        const QString script = row.takeFirst(), address = row.takeFirst(), title = row.takeFirst();
         const QString log = scenario(script);
         closeNextBox();
         enter(address);
         QVERIFY(waitFor([this] { return !boxText.isEmpty(); }));
         QCOMPARE(boxTitle, title);
-        QVERIFY2(boxText.startsWith(text.takeFirst()), qPrintable(boxText));
-        for (const QString &part : text)
+        QVERIFY2(boxText.startsWith(row.takeFirst()), qPrintable(boxText));
+        for (const QString &part : row)
             QVERIFY2(boxText.contains(part), qPrintable(boxText));
         QCOMPARE(boxIcon == QMessageBox::Warning && boxPlain, title == "Sign-in needed");
         QCOMPARE(sniffer->uiInsertURL->inputURL->text(), address);
@@ -343,7 +339,6 @@ private slots:
         QTest::mouseClick(sniffer->uiNavigation->btnSniffer, Qt::LeftButton);
         QVERIFY(sniffer->ui->widgetOldSniffer->isVisible() && list()->count() == 0);
         QVERIFY(!sniffer->uiOldSniffer->pbRemove->isEnabled());
-
         report("small.example/a.mp4", 99999);
         report("media.example/first.flv", 100000, "video/x-flv");
         report("media.example/first.flv", 200000);
@@ -352,7 +347,6 @@ private slots:
         QCOMPARE(list()->item(0)->text(),
                  SniffedRules::rowText("1. " + sniffer->sniffedEntries[0].time, "video/flv", "0.10 MB"));
         QCOMPARE(sniffer->sniffedEntries[0].url, QString("http://media.example/first.flv"));
-
         // Three reports wait for three looks at the queue.
         for (int i = 2; i <= 4; ++i)
             VideoSnifferCallback("media.example/" + std::to_string(i), "", std::to_string(100000 + i), "video/mp4");
@@ -363,16 +357,13 @@ private slots:
             report(qPrintable("media.example/" + QString::number(i)), 100000 + i);
         QCOMPARE(list()->count(), 25);
         QVERIFY(list()->item(0)->text().startsWith("27. ") && list()->item(24)->text().startsWith("3. "));
-
         // A page of the video site cannot be previewed.
         report("www.youtube.com/watch?v=x", 999999);
         QVERIFY(!sniffer->uiOldSniffer->pbPreview->isEnabled());
         list()->setCurrentRow(1);
         sniffer->onClickOldSnifferListItem(list()->item(1));
         QVERIFY(sniffer->uiOldSniffer->pbPreview->isEnabled());
-
-        // Remove flashes its pressed look, then takes the current row away
-        // (once, however often the page was opened).
+        // Remove flashes its pressed look, then takes the current row away (once, however often the page was opened).
         QTest::mouseClick(sniffer->uiNavigation->btnBack, Qt::LeftButton);
         QTest::mouseClick(sniffer->uiNavigation->btnSniffer, Qt::LeftButton);
         list()->setCurrentRow(1);
@@ -385,7 +376,6 @@ private slots:
         while (list()->count())
             sniffer->onClickOldSnifferRemove();
         QVERIFY(!sniffer->uiOldSniffer->pbDownloadVideo->isEnabled() && !sniffer->uiOldSniffer->pbPreview->isEnabled());
-
         // Saves from the list transfer the media.
         scenario("[download]\npart: 4096\nmedia: " + clip +
                  "\n[download 2]\npart: 4096\nexit: 1\n[download 3]\nmedia: " + clip + "\n");
@@ -393,17 +383,14 @@ private slots:
         sniffer->uiSettings->pathVideo->setText(work.path());
         sniffer->uiSettings->pathAudio->setText(work.path());
         QSignalSpy finished(sniffer.get(), &Sniffer::downloadFinished);
-
         save(sniffer->uiOldSniffer->pbDownloadVideo, "My clip");
         QCOMPARE(square(0), QColor(0xf2, 0xc2, 0x30).rgb());
         report("media.example/other.mp4", 400000); // a new row leaves the save's button off
-        QVERIFY(!sniffer->uiOldSniffer->pbDownloadVideo->isEnabled());
-        QVERIFY(waitFor([&] { return finished.size() == 1; }));
+        QVERIFY(!sniffer->uiOldSniffer->pbDownloadVideo->isEnabled() && waitFor([&] { return finished.size() == 1; }));
         QCOMPARE(finished.at(0).at(0).toString(), work.path() + "/My clip.mp4");
         QCOMPARE(streams(work.path() + "/My clip.mp4"), streams(clip));
         QCOMPARE(square(1), QColor(0x3f, 0xbf, 0x5a).rgb());
         sniffer->RemoveAt(1);
-
         // A failed save goes back to red, leaves nothing behind and says why.
         save(sniffer->uiOldSniffer->pbDownloadVideo, "Lost", [this] { closeNextMessage(&boxTitle, &boxText); });
         QVERIFY(waitFor([&] { return !boxText.isEmpty(); }));
@@ -413,21 +400,17 @@ private slots:
         QCOMPARE(square(0), QColor(0xe0, 0x45, 0x3a).rgb());
         QCOMPARE(finished.size(), 1);
         QCOMPARE(QDir(work.path()).entryList({"Lost*"}), QStringList());
-
         // An audio save holds the sound alone.
         save(sniffer->uiOldSniffer->pbDownloadAudio, "Tune");
         QVERIFY(waitFor([&] { return finished.size() == 2; }));
         QCOMPARE(QDir(work.path()).entryList({"Tune*"}), QStringList{"Tune.mp3"});
         QCOMPARE(streams(work.path() + "/Tune.mp3"), QString("mp3=audio"));
-
         // A cancelled dialog changes nothing.
         answerNextModal([](QWidget *w) { qobject_cast<QDialog *>(w)->reject(); });
         QCOMPARE(sniffer->onClickOldSnifferDownload(), QString());
-
         // An audio save leaves a plain ".mp3" copy beside the file.
         emit sniffer->downloadFinished(work.path() + "/My clip.mp4");
         QCOMPARE(QFileInfo(work.path() + "/My clip.mp3").size(), QFileInfo(clip).size());
-
         // Closing the window during a save leaves nothing of it.
         scenario("[download]\npart: 4096\nhang\n");
         save(sniffer->uiOldSniffer->pbDownloadVideo, "Unfinished");
@@ -442,18 +425,15 @@ private slots:
         QSettings(dataFolder + "/sniffer.ini", QSettings::IniFormat).setValue("last_update", "0");
         Sniffer other;
         QVERIFY(other.checkLastUpdateDate() && !other.checkLastUpdateDate());
-
         // The self-test opens its page beside the list, with the notice under it.
         sniffer->testSniffer();
-        QCOMPARE(opened, QStringList{"http://test.page/"});
-        QCOMPARE(sniffer->height(), 60 + 320);
-        QCOMPARE(sniffer->uiOldSniffer->stackedWidget->currentIndex(), 1);
+        QVERIFY(opened == QStringList{"http://test.page/"} && sniffer->height() == 60 + 320 &&
+                sniffer->uiOldSniffer->stackedWidget->currentIndex() == 1);
         emit sniffer->uiOldSniffer->label_2->linkActivated("help-desk");
         QCOMPARE(opened.last(),
                  QUrl::fromLocalFile(QCoreApplication::applicationDirPath() + "/help/index.html").toString());
         sniffer->runOldSniffer();
         QCOMPARE(sniffer->height(), 60 + 170);
-
         for (const char *expected : {"a", "b", "c", "a"}) {
             sniffer->mirelSetDefaultURL();
             QCOMPARE(sniffer->uiInsertURL->inputURL->text(), QString(expected));
@@ -502,8 +482,8 @@ private slots:
         QCOMPARE(boxText, text);
         const bool warning = text.startsWith("The downloader could not be updated: ");
         QCOMPARE(boxTitle, QString(warning ? "Update not possible" : "Vidorra 2"));
-        QCOMPARE(boxIcon, warning ? QMessageBox::Warning : QMessageBox::Information);
-        QCOMPARE(boxPlain, !text.endsWith("is up-to-date"));
+        QVERIFY(boxIcon == (warning ? QMessageBox::Warning : QMessageBox::Information) &&
+                boxPlain == !text.endsWith("is up-to-date"));
         const QString version = QRegularExpression("\\d{4}\\.\\d\\d\\.\\d\\d").match(text).captured();
         QVERIFY(sniffer->windowTitle().contains(version) && sniffer->uiNavigation->btnSniffer->isVisible());
     }
@@ -520,9 +500,8 @@ private slots:
         QCOMPARE(menu->actions().size(), 2); // in the order of the settings' numbers
         menu->actions().last()->trigger();
         menu->close();
-        QCOMPARE(opened, QStringList{"http://vimeo.com"});
-        QVERIFY(sniffer->ui->widgetInsertURL->isVisible());
-        QCOMPARE(sniffer->appSettings.urlTable, QString("os_urls"));
+        QVERIFY(opened == QStringList{"http://vimeo.com"} && sniffer->ui->widgetInsertURL->isVisible() &&
+                sniffer->appSettings.urlTable == "os_urls");
     }
 };
 

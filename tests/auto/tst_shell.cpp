@@ -226,7 +226,6 @@ private slots:
         QVERIFY(sniffer.progressBar->value() == sniffer.progressBar->maximum() && !sniffer.progressTimer->isActive() &&
                 sniffer.height() == 60);
         sniffer.dotsTimer->stop();
-
         QLineEdit *url = sniffer.uiInsertURL->inputURL;
         const QString withHint = url->styleSheet();
         QVERIFY(withHint.endsWith("padding: 0 8px;background-image: url(:/bgURL)"));
@@ -279,7 +278,6 @@ private slots:
         const QRect button(sniffer.uiNavigation->btnHelp->mapToGlobal(QPoint()), sniffer.uiNavigation->btnHelp->size());
         QCOMPARE(sniffer.helpPopup->geometry().topRight(), button.bottomRight() + QPoint(0, 1));
         sniffer.helpPopup->close();
-
         closeNextMessage(&boxTitle, &boxText);
         actions.at(0)->trigger();
         QCOMPARE(boxTitle + ": " + boxText, QString("Help: Just a tip"));
