@@ -109,8 +109,11 @@ class UpdateTest(unittest.TestCase):
         self.assertEqual(os.stat(self.tools).st_mode & 0o777, 0o700)
         names = sorted(os.listdir(self.tools))
         self.assertFalse([n for n in names if n.startswith(".") and n != ".update.lock"], names)
-        return {n: hashlib.sha256(open(os.path.join(self.tools, n), "rb").read()).hexdigest()
-                for n in names if not n.startswith(".")}
+        digests = {}
+        for name in (n for n in names if not n.startswith(".")):
+            with open(os.path.join(self.tools, name), "rb") as f:
+                digests[name] = hashlib.file_digest(f, "sha256").hexdigest()
+        return digests
 
     def test_install_update_and_use(self):
         self.server.publish("2099.01.01", self.v1)
