@@ -25,6 +25,7 @@ class DownloadWindowTest : public QObject
     bool boxPlain = false;
     QStringList opened; // addresses given to the desktop
     int scenarios = 0;
+    QListWidget *media = nullptr; // the sniffed list
     const QString canonical = "https://www.youtube.com/watch?v=BaW_jenozKc";
     const QString dataFolder = qEnvironmentVariable("XDG_DATA_HOME") + "/Vidorra 2";
     const QString desktop = QStandardPaths::writableLocation(QStandardPaths::DesktopLocation);
@@ -49,7 +50,6 @@ class DownloadWindowTest : public QObject
     {
         return useScenario(work.filePath(QString("scenario-%1.txt").arg(++scenarios)), text);
     }
-
     // A downloader's page; the address typed and Return pressed in the focused field, as the window system sends keys.
     void enter(const QString &address, QPushButton *downloader = nullptr)
     {
@@ -85,14 +85,10 @@ class DownloadWindowTest : public QObject
         QVERIFY(sniffer->ui->widgetNavigation->isVisible() && !sniffer->ui->widgetOptions->isVisible());
     }
 
-    QListWidget *list() const
-    {
-        return sniffer->uiOldSniffer->mediaList;
-    }
     // The colour of a row's state square.
     QRgb square(int row) const
     {
-        return list()->item(row)->icon().pixmap(16, 16).toImage().pixel(8, 8);
+        return media->item(row)->icon().pixmap(16, 16).toImage().pixel(8, 8);
     }
     void report(const char *address, qint64 size, const char *type = "video/mp4")
     {
@@ -100,7 +96,6 @@ class DownloadWindowTest : public QObject
         while (g_urlData.records.size())
             sniffer->checkUrlQueue();
     }
-
     void save(QPushButton *button, const QString &name, std::function<void()> afterSave = {})
     {
         answerSaveDialog(name, QString(), afterSave);
@@ -144,6 +139,7 @@ private slots:
         opened.clear();
         sniffer.reset(new Sniffer(nullptr));
         sniffer->start();
+        media = sniffer->uiOldSniffer->mediaList;
         QVERIFY(QTest::qWaitForWindowExposed(sniffer.get()));
     }
 
@@ -337,14 +333,14 @@ private slots:
         report("early.example/a.mp4", 500000); // before the page is first opened: counted, then cleared
         QCOMPARE(sniffer->sniffedCount, 1);
         QTest::mouseClick(sniffer->uiNavigation->btnSniffer, Qt::LeftButton);
-        QVERIFY(sniffer->ui->widgetOldSniffer->isVisible() && list()->count() == 0);
+        QVERIFY(sniffer->ui->widgetOldSniffer->isVisible() && media->count() == 0);
         QVERIFY(!sniffer->uiOldSniffer->pbRemove->isEnabled());
         report("small.example/a.mp4", 99999);
         report("media.example/first.flv", 100000, "video/x-flv");
         report("media.example/first.flv", 200000);
         report("other.example/same-size.mp4", 100000);
-        QCOMPARE(list()->count(), 1);
-        QCOMPARE(list()->item(0)->text(),
+        QCOMPARE(media->count(), 1);
+        QCOMPARE(media->item(0)->text(),
                  SniffedRules::rowText("1. " + sniffer->sniffedEntries[0].time, "video/flv", "0.10 MB"));
         QCOMPARE(sniffer->sniffedEntries[0].url, QString("http://media.example/first.flv"));
         // Three reports wait for three looks at the queue.
@@ -352,28 +348,28 @@ private slots:
             VideoSnifferCallback("media.example/" + std::to_string(i), "", std::to_string(100000 + i), "video/mp4");
         sniffer->checkUrlQueue();
         sniffer->checkUrlQueue();
-        QCOMPARE(list()->count(), 3);
+        QCOMPARE(media->count(), 3);
         for (int i = 5; i <= 27; ++i)
             report(qPrintable("media.example/" + QString::number(i)), 100000 + i);
-        QCOMPARE(list()->count(), 25);
-        QVERIFY(list()->item(0)->text().startsWith("27. ") && list()->item(24)->text().startsWith("3. "));
+        QCOMPARE(media->count(), 25);
+        QVERIFY(media->item(0)->text().startsWith("27. ") && media->item(24)->text().startsWith("3. "));
         // A page of the video site cannot be previewed.
         report("www.youtube.com/watch?v=x", 999999);
         QVERIFY(!sniffer->uiOldSniffer->pbPreview->isEnabled());
-        list()->setCurrentRow(1);
-        sniffer->onClickOldSnifferListItem(list()->item(1));
+        media->setCurrentRow(1);
+        sniffer->onClickOldSnifferListItem(media->item(1));
         QVERIFY(sniffer->uiOldSniffer->pbPreview->isEnabled());
         // Remove flashes its pressed look, then takes the current row away (once, however often the page was opened).
         QTest::mouseClick(sniffer->uiNavigation->btnBack, Qt::LeftButton);
         QTest::mouseClick(sniffer->uiNavigation->btnSniffer, Qt::LeftButton);
-        list()->setCurrentRow(1);
-        const QString removed = list()->currentItem()->text();
+        media->setCurrentRow(1);
+        const QString removed = media->currentItem()->text();
         QTest::mouseClick(sniffer->uiOldSniffer->pbRemove, Qt::LeftButton);
         const QImage pressed = QIcon(":btnRemoveOSNclc").pixmap(24, 24).toImage();
         QCOMPARE(sniffer->uiOldSniffer->pbRemove->icon().pixmap(24, 24).toImage(), pressed);
         QVERIFY(waitFor([&] { return sniffer->uiOldSniffer->pbRemove->icon().pixmap(24, 24).toImage() != pressed; }));
-        QVERIFY(list()->count() == 24 && list()->findItems(removed, Qt::MatchExactly).isEmpty());
-        while (list()->count())
+        QVERIFY(media->count() == 24 && media->findItems(removed, Qt::MatchExactly).isEmpty());
+        while (media->count())
             sniffer->onClickOldSnifferRemove();
         QVERIFY(!sniffer->uiOldSniffer->pbDownloadVideo->isEnabled() && !sniffer->uiOldSniffer->pbPreview->isEnabled());
         // Saves from the list transfer the media.
@@ -419,7 +415,7 @@ private slots:
         QCOMPARE(QDir(work.path()).entryList({"Unfinished*"}), QStringList());
     }
 
-    void updateNoticeAndSelfTest()
+    void updateNoticeSelfTestAndAddressMenus()
     {
         QVERIFY(!sniffer->checkLastUpdateDate());
         QSettings(dataFolder + "/sniffer.ini", QSettings::IniFormat).setValue("last_update", "0");
@@ -442,6 +438,20 @@ private slots:
         closeNextMessage(&boxTitle, &boxText);
         sniffer->testSniffer();
         QVERIFY(boxText.contains("<b>error #8:9</b>"));
+        // The other sites' button offers their addresses on a right press, on the button only.
+        QTest::mouseClick(sniffer->uiNavigation->btnBack, Qt::LeftButton);
+        QPushButton *button = sniffer->uiNavigation->btnDownloaderOS;
+        const QPoint inside = button->mapTo(sniffer.get(), QPoint(3, 3));
+        emit sniffer->customContextMenuRequested(inside + QPoint(button->width(), 0));
+        QVERIFY(!QApplication::activePopupWidget());
+        QTest::mousePress(button, Qt::RightButton, {}, QPoint(3, 3));
+        QVERIFY(waitFor([] { return QApplication::activePopupWidget(); }));
+        auto *menu = qobject_cast<QMenu *>(QApplication::activePopupWidget());
+        QCOMPARE(menu->actions().size(), 2); // in the order of the settings' numbers
+        menu->actions().last()->trigger();
+        menu->close();
+        QVERIFY(opened.last() == "http://vimeo.com" && sniffer->ui->widgetInsertURL->isVisible() &&
+                sniffer->appSettings.urlTable == "os_urls");
     }
 
     // Ctrl+U: the update page with the launcher's progress, then its verdict: news, the system's notice, a warning.
@@ -486,22 +496,6 @@ private slots:
                 boxPlain == !text.endsWith("is up-to-date"));
         const QString version = QRegularExpression("\\d{4}\\.\\d\\d\\.\\d\\d").match(text).captured();
         QVERIFY(sniffer->windowTitle().contains(version) && sniffer->uiNavigation->btnSniffer->isVisible());
-    }
-
-    void addressMenuOfOtherSites()
-    {
-        QPushButton *button = sniffer->uiNavigation->btnDownloaderOS;
-        const QPoint inside = button->mapTo(sniffer.get(), QPoint(3, 3));
-        emit sniffer->customContextMenuRequested(inside + QPoint(button->width(), 0));
-        QVERIFY(!QApplication::activePopupWidget());
-        QTest::mousePress(button, Qt::RightButton, {}, QPoint(3, 3));
-        QVERIFY(waitFor([] { return QApplication::activePopupWidget(); }));
-        auto *menu = qobject_cast<QMenu *>(QApplication::activePopupWidget());
-        QCOMPARE(menu->actions().size(), 2); // in the order of the settings' numbers
-        menu->actions().last()->trigger();
-        menu->close();
-        QVERIFY(opened == QStringList{"http://vimeo.com"} && sniffer->ui->widgetInsertURL->isVisible() &&
-                sniffer->appSettings.urlTable == "os_urls");
     }
 };
 

@@ -38,7 +38,7 @@ private slots:
         settings();
     }
 
-    void firstStartMovesTheStockFileAndLaterStartsTouchNothing()
+    void firstStartMovesTheStockFileLaterStartsTouchNothingAndTheLogFindsItsFolder()
     {
         QDir(data).removeRecursively();
         QDir(documents).removeRecursively(); // a fresh account without Documents still gets the save folders
@@ -55,9 +55,18 @@ private slots:
         }
         QSettings(ini, QSettings::IniFormat).setValue("savepath_video", "/somewhere/else");
         QVERIFY(QFile::copy(stockSource, stock));
-        Sniffer(); // a second start
+        Sniffer second;
         QCOMPARE(stored("savepath_video"), QString("/somewhere/else"));
         QVERIFY2(QFile::remove(stock), "a second start leaves the stock file alone");
+        // The data folder is single-level; deleted while running, the next log message brings it back.
+        QVERIFY(second.getApplicationDataFolder("temp") == data + "/temp" && QDir(data + "/temp").exists());
+        QDir(data).removeRecursively();
+        qInstallMessageHandler(myMessageHandler);
+        qCritical() << "critical" << 1;
+        qDebug() << QString("debug line");
+        qInstallMessageHandler(nullptr);
+        QCOMPARE(readFile(data + Log::fileName(QDate::currentDate())),
+                 QByteArray("C: critical 1\nD: \"debug line\"\n"));
     }
 
     void damagedSettingsGetTheStockTables_data()
@@ -99,23 +108,9 @@ private slots:
         QFile::remove(data);
     }
 
-    void dataFolderIsSingleLevelAndComesBackForTheLog()
-    {
-        QDir(data).removeRecursively();
-        Sniffer sniffer;
-        QCOMPARE(sniffer.getApplicationDataFolder("temp"), data + "/temp");
-        QVERIFY(QDir(data + "/temp").exists());
-        QDir(data).removeRecursively(); // deleted while running: the next message recreates it
-        qInstallMessageHandler(myMessageHandler);
-        qCritical() << "critical" << 1;
-        qDebug() << QString("debug line");
-        qInstallMessageHandler(nullptr);
-        QCOMPARE(readFile(data + Log::fileName(QDate::currentDate())),
-                 QByteArray("C: critical 1\nD: \"debug line\"\n"));
-    }
-
-    // The lock runs in a child ("--child MODE"): every failure ends it with status 0.
-    void lockEndsTheProcessQuietly()
+    // The lock runs in a child ("--child MODE"): every failure ends it with status 0. A termination signal ends the
+    // child's download and its file.
+    void childEndsQuietlyAndCleanly()
     {
         const QList<QPair<QString, QStringList>> modes{
             {"check,check", {"checkLocker : locker : ok", "instance exists"}},  // the second check finds its own file
@@ -126,8 +121,8 @@ private slots:
             settings();
             QProcess child;
             child.start(QCoreApplication::applicationFilePath(), {"--child", mode});
-            QVERIFY(child.waitForFinished(30000));
-            QVERIFY(child.exitStatus() == QProcess::NormalExit && child.exitCode() == 0);
+            QVERIFY(child.waitForFinished(30000) && child.exitStatus() == QProcess::NormalExit &&
+                    child.exitCode() == 0);
             const QString output = QString::fromLocal8Bit(child.readAllStandardOutput() + child.readAllStandardError());
             for (const QString &text : expected)
                 QVERIFY2(output.contains(text), qPrintable(output));
@@ -135,10 +130,6 @@ private slots:
             QCOMPARE(QFile::exists(data + "/locker") ? readFile(data + "/locker") : "none",
                      QByteArray(mode == "check,check" ? "1" : "none"));
         }
-    }
-
-    void terminationEndsTheDownloadAndItsFile()
-    {
         QTemporaryDir dir; // the child takes the scenario from the environment
         useScenario(dir.filePath("scenario"), "[download]\npart: 4096\nhang\n");
         QProcess child;
@@ -298,6 +289,7 @@ private slots:
 // Child modes: "term", a download until a termination signal ends it; else lock steps (a failure exits with 0).
 static int runChild(const QString &mode, const QString &argument)
 {
+    setvbuf(stdout, nullptr, _IONBF, 0);
     Sniffer sniffer;
     if (mode == "term") {
         Platform::quitOnTerminationSignals();
@@ -306,13 +298,11 @@ static int runChild(const QString &mode, const QString &argument)
         sniffer.downloader->setURL(&address);
         sniffer.downloader->requestFile(22, argument);
         printf("CHILD %lld\n", sniffer.downloader->processFile->processId());
-        fflush(stdout);
         return QCoreApplication::exec();
     }
     answerNextModal([](QWidget *w) {
         auto *box = qobject_cast<QMessageBox *>(w);
         printf("BOX %s\n%s\n", qPrintable(box->windowTitle()), qPrintable(box->text()));
-        fflush(stdout);
         w->close();
     });
     for (const QString &step : mode.split(','))
