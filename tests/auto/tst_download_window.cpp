@@ -148,8 +148,26 @@ private slots:
         sniffer.reset(); // ends what still runs, as Cancel does
     }
 
-    void videoAndAudioFromAddressToFile()
+    void optionsFitTheFormatsAndDownloadsReachTheFile()
     {
+        // A lone mp3 offers only the audio button.
+        QListWidget *list = sniffer->uiOptions->listFormats;
+        scenario("[formats]\nout: [generic] Extracting\\n0 mp3 audio only (best)\n");
+        enter("http://127.0.0.1:9/song.mp3", sniffer->uiNavigation->btnDownloaderOS);
+        QVERIFY(waitForPage(sniffer->ui->widgetOptions) && list->isHidden());
+        QVERIFY(sniffer->uiOptions->btnDownloadVideo->isHidden() && sniffer->uiOptions->btnDownloadAudio->isVisible());
+        // The next address lists 10,001 formats: the video button is back, the list scrolls, the window takes the
+        // screen's height and no more. Each read stands alone and the list holds the last: the final 70 rows come in
+        // one (atomic) write.
+        QString listing;
+        for (int code = 1; code <= 10001; ++code)
+            listing += QString::number(code) + " mp4 640x360 medium\\n" + (code == 9931 ? "\nout: " : "");
+        scenario("[formats]\nout: " + listing + "\n");
+        enter("http://127.0.0.1:9/watch.html", sniffer->uiNavigation->btnDownloaderOS);
+        QVERIFY(waitForPage(list) && list->count() >= 70 && list->verticalScrollBar()->maximum() > 0);
+        const int room = QGuiApplication::primaryScreen()->availableGeometry().height();
+        QVERIFY(sniffer->frameGeometry().height() <= room && sniffer->frameGeometry().height() > room - 100);
+        QVERIFY(sniffer->uiOptions->btnDownloadVideo->isVisible());
         const QString log =
             scenario("[download]\npart: 4096\nout-file: recorded/progress-end.txt\nmedia: " + clip + "\n");
         openOptions();
@@ -159,7 +177,6 @@ private slots:
         QStringList expected;
         for (const Downloader::videoFormat &format : sniffer->downloader->options->formats)
             expected.prepend(DownloadRules::formatRowText(format));
-        QListWidget *list = sniffer->uiOptions->listFormats;
         QVERIFY(list->count() == expected.size() && list->currentRow() == 0);
         for (int row = 0; row < list->count(); ++row)
             QCOMPARE(list->item(row)->text(), expected[row]);
@@ -222,29 +239,6 @@ private slots:
         QVERIFY(QDir(folder).isEmpty());
     }
 
-    void optionsFitTheFormats()
-    {
-        // A lone mp3 offers only the audio button.
-        scenario("[formats]\nout: [generic] Extracting\\n0 mp3 audio only (best)\n");
-        enter("http://127.0.0.1:9/song.mp3", sniffer->uiNavigation->btnDownloaderOS);
-        QVERIFY(waitForPage(sniffer->ui->widgetOptions) && sniffer->uiOptions->listFormats->isHidden());
-        QVERIFY(sniffer->uiOptions->btnDownloadVideo->isHidden() && sniffer->uiOptions->btnDownloadAudio->isVisible());
-        // The next address lists 10,001 formats: the video button is back, the list scrolls, the window takes the
-        // screen's height and no more. Each read stands alone and the list holds the last: the final 70 rows come in
-        // one (atomic) write.
-        QString listing;
-        for (int code = 1; code <= 10001; ++code)
-            listing += QString::number(code) + " mp4 640x360 medium\\n" + (code == 9931 ? "\nout: " : "");
-        scenario("[formats]\nout: " + listing + "\n");
-        enter("http://127.0.0.1:9/watch.html", sniffer->uiNavigation->btnDownloaderOS);
-        QVERIFY(waitForPage(sniffer->uiOptions->listFormats));
-        QListWidget *list = sniffer->uiOptions->listFormats;
-        QVERIFY(list->count() >= 70 && list->verticalScrollBar()->maximum() > 0);
-        const int room = QGuiApplication::primaryScreen()->availableGeometry().height();
-        QVERIFY(sniffer->frameGeometry().height() <= room && sniffer->frameGeometry().height() > room - 100);
-        QVERIFY(sniffer->uiOptions->btnDownloadVideo->isVisible());
-    }
-
     // A refused address, a failed title, a site that wants a sign-in (both queries fail: told once, in plain words).
     // Each row: the stand-in's script, the address, the message's title, its start, what else it holds.
     void refusedAddressAndFailedQueriesGoBackToTheAddress_data()
@@ -285,7 +279,7 @@ private slots:
         QVERIFY(!QApplication::activeModalWidget() && sniffer->ui->widgetInsertURL->isVisible());
     }
 
-    void saveDialogsAndFolders()
+    void saveFoldersAndTheSniffedList()
     {
         // The sniffed list's Save As cleans the typed name.
         sniffer->uiSettings->pathAudio->setText(work.path());
@@ -321,10 +315,6 @@ private slots:
         });
         sniffer->uiOptions->btnSelectPath->click();
         QVERIFY(folders->currentText() == dataFolder && folders->count() == 6);
-    }
-
-    void listKeepsTheNewestAndSavesTheMedia()
-    {
         report("early.example/a.mp4", 500000); // before the page is first opened: counted, then cleared
         QCOMPARE(sniffer->sniffedCount, 1);
         QTest::mouseClick(sniffer->uiNavigation->btnSniffer, Qt::LeftButton);
