@@ -34,17 +34,6 @@ class DownloadWindowTest : public QObject
     {
         return waitFor([page] { return page->isVisible(); });
     }
-    // As closeNextMessage, with the box's icon and whether its text is plain.
-    void closeNextBox()
-    {
-        boxText.clear();
-        answerNextModal([this](QWidget *modal) {
-            auto *box = qobject_cast<QMessageBox *>(modal);
-            boxTitle = box->windowTitle(), boxText = box->text(), boxIcon = box->icon();
-            boxPlain = box->textFormat() == Qt::PlainText;
-            modal->close();
-        });
-    }
     // A fresh scenario for the stand-in; returns the log of the tool's calls.
     QString scenario(const QString &text)
     {
@@ -128,13 +117,14 @@ private slots:
 
     void init()
     {
+        sniffer.reset(); // the last test's window ends what still runs, as Cancel does
         QDir(dataFolder).removeRecursively();
-        QVERIFY(writeSettings(dataFolder, "[error_titles]\n1=\"Address not accepted\"\n2=\"Video not read\"\n"
-                                          "[error_messages]\n2=\"1~Not an address of the video site.\"\n"
-                                          "9=\"3~Not saved.\"\n"
-                                          "[error_messages_dl]\n3=\"2~Title and length could not be read.\"\n"
-                                          "[os_urls]\n1=127.0.0.1\n2=vimeo.com\n[mirel_test_urls]\n1=a\n2=b\n3=c\n"
-                                          "[test_sniffer]\n0=http://test.page/\n1=help/index.html\n"));
+        QVERIFY(writeSettings(dataFolder,
+                              "[error_titles]\n1=\"Address not accepted\"\n2=\"Video not read\"\n"
+                              "[error_messages]\n2=\"1~Not an address of the video site.\"\n9=\"3~Not saved.\"\n"
+                              "[error_messages_dl]\n3=\"2~Title and length could not be read.\"\n"
+                              "[os_urls]\n1=127.0.0.1\n2=vimeo.com\n[mirel_test_urls]\n1=a\n2=b\n3=c\n"
+                              "[test_sniffer]\n0=http://test.page/\n1=help/index.html\n"));
         scenario(QString());
         opened.clear();
         sniffer.reset(new Sniffer(nullptr));
@@ -143,12 +133,7 @@ private slots:
         QVERIFY(QTest::qWaitForWindowExposed(sniffer.get()));
     }
 
-    void cleanup()
-    {
-        sniffer.reset(); // ends what still runs, as Cancel does
-    }
-
-    void optionsFitTheFormatsAndDownloadsReachTheFile()
+    void optionsFitTheFormatsDownloadsReachTheFileAndCancelEndsEveryStep()
     {
         // A lone mp3 offers only the audio button.
         QListWidget *list = sniffer->uiOptions->listFormats;
@@ -195,8 +180,7 @@ private slots:
         const QString target = work.filePath("My Clip.mp4");
         QVERIFY(saveToTheEnd(sniffer->uiOptions->btnDownloadVideo, target));
         QCOMPARE(fakeCalls(log, "download").value(0), (QStringList{canonical, "-o", target, "--format", "22"}));
-        QVERIFY(!QFile::exists(target + ".part"));
-        QCOMPARE(streams(target), QString("h264=video aac=audio"));
+        QVERIFY(!QFile::exists(target + ".part") && streams(target) == "h264=video aac=audio");
         // Its audio, through ffmpeg, is the MP3 alone; the dialog opens in the audio folder with MP3 chosen.
         openOptions();
         const QString folder = work.filePath("audio");
@@ -205,27 +189,23 @@ private slots:
         QVERIFY(saveToTheEnd(sniffer->uiOptions->btnDownloadAudio, "Tune", 60000));
         QCOMPARE(QDir(folder).entryList(QDir::Files), QStringList{"Tune.mp3"});
         QCOMPARE(streams(folder + "/Tune.mp3"), QString("mp3=audio"));
-    }
-
-    void returnKeepsTheProgressAndCancelEndsEveryStep()
-    {
         // No button of the window takes Return for itself.
         for (QPushButton *button : sniffer->findChildren<QPushButton *>())
             QVERIFY2(!button->autoDefault() && !button->isDefault(), qPrintable(button->objectName()));
         // Addresses 1 and 3 are still being checked when Cancel comes.
-        const QString log = scenario("[title 1]\nhang\n[formats 1]\nhang\n[title 3]\nhang\n[formats 3]\nhang\n"
-                                     "[download]\npart: 4096\nout-file: recorded/progress-middle.txt\nwait-for: go\n"
-                                     "out: [download]   nan% of ~1MiB\nhang\n");
+        const QString hangs = scenario("[title 1]\nhang\n[formats 1]\nhang\n[title 3]\nhang\n[formats 3]\nhang\n"
+                                       "[download]\npart: 4096\nout-file: recorded/progress-middle.txt\nwait-for: go\n"
+                                       "out: [download]   nan% of ~1MiB\nhang\n");
         enter(canonical);
         // The hidden field lets the focus go: Return again neither restarts nor cancels.
         QVERIFY(QApplication::focusWidget() && QApplication::focusWidget() != sniffer->uiInsertURL->inputURL);
         QTest::keyClick(QApplication::focusWidget(), Qt::Key_Return);
-        cancelWhileChecking(log, 1);
+        cancelWhileChecking(hangs, 1);
         enter(canonical);
         QVERIFY(sniffer->ui->widgetProgress->isVisible() && waitForPage(sniffer->ui->widgetOptions));
-        const QString folder = work.filePath("cancelled");
-        QVERIFY(QDir().mkpath(folder));
-        save(sniffer->uiOptions->btnDownloadVideo, folder + "/Clip");
+        const QString cancelled = work.filePath("cancelled");
+        QVERIFY(QDir().mkpath(cancelled));
+        save(sniffer->uiOptions->btnDownloadVideo, cancelled + "/Clip");
         // Cancel during the download removes the unfinished file and shows the main page.
         const QString part = sniffer->outputVideoFile + ".part";
         QVERIFY(waitFor([&] { return QFile::exists(part) && sniffer->progressBar->value() == 45; }));
@@ -235,8 +215,8 @@ private slots:
         QVERIFY(!QFile::exists(part) && sniffer->ui->widgetNavigation->isVisible() &&
                 !sniffer->ui->widgetProgress->isVisible() && !sniffer->ui->widgetInsertURL->isVisible());
         enter(canonical);
-        cancelWhileChecking(log, 3);
-        QVERIFY(QDir(folder).isEmpty());
+        cancelWhileChecking(hangs, 3);
+        QVERIFY(QDir(cancelled).isEmpty());
     }
 
     // A refused address, a failed title, a site that wants a sign-in (both queries fail: told once, in plain words).
@@ -262,7 +242,7 @@ private slots:
         QFETCH(QStringList, row);
         const QString script = row.takeFirst(), address = row.takeFirst(), title = row.takeFirst();
         const QString log = scenario(script);
-        closeNextBox();
+        closeNextMessage(&boxTitle, &boxText, 60000, &boxIcon, &boxPlain);
         enter(address);
         QVERIFY(waitFor([this] { return !boxText.isEmpty(); }));
         QCOMPARE(boxTitle, title);
@@ -422,8 +402,7 @@ private slots:
         // The other sites' button offers their addresses on a right press, on the button only.
         QTest::mouseClick(sniffer->uiNavigation->btnBack, Qt::LeftButton);
         QPushButton *button = sniffer->uiNavigation->btnDownloaderOS;
-        const QPoint inside = button->mapTo(sniffer.get(), QPoint(3, 3));
-        emit sniffer->customContextMenuRequested(inside + QPoint(button->width(), 0));
+        emit sniffer->customContextMenuRequested(button->mapTo(sniffer.get(), QPoint(3 + button->width(), 3)));
         QVERIFY(!QApplication::activePopupWidget());
         QTest::mousePress(button, Qt::RightButton, {}, QPoint(3, 3));
         QVERIFY(waitFor([] { return QApplication::activePopupWidget(); }));
@@ -459,14 +438,14 @@ private slots:
         QFETCH(QString, script);
         QFETCH(QString, text);
         scenario(script.isEmpty() ? QString() : "[update]\n" + script + "\n");
-        closeNextBox();
+        closeNextMessage(&boxTitle, &boxText, 60000, &boxIcon, &boxPlain);
         QApplication::setActiveWindow(sniffer.get());
         QVERIFY(QTest::qWaitForWindowActive(sniffer.get()));
         QTest::keyClick(sniffer.get(), Qt::Key_U, Qt::ControlModifier);
         QVERIFY(sniffer->ui->widgetUpdate->isVisible() && !sniffer->uiNavigation->btnSniffer->isVisible());
         if (script.contains("wait-for")) {
-            QVERIFY(waitFor([&] { return sniffer->uiUpdate->updateBar->value() == 42; }));
-            QCOMPARE(sniffer->uiUpdate->lblUpdate->text(), QString("Downloading yt-dlp…"));
+            QVERIFY(waitFor([&] { return sniffer->uiUpdate->updateBar->value() == 42; }) &&
+                    sniffer->uiUpdate->lblUpdate->text() == "Downloading yt-dlp…");
             QVERIFY(QFile(work.filePath("go")).open(QIODevice::WriteOnly));
         }
         QVERIFY(waitFor([&] { return !boxText.isEmpty(); }));

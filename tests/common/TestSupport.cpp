@@ -88,13 +88,16 @@ bool waitFor(std::function<bool()> condition, int timeoutMs)
     return true;
 }
 
-void closeNextMessage(QString *title, QString *text, int timeoutMs)
+void closeNextMessage(QString *title, QString *text, int timeoutMs, QMessageBox::Icon *icon, bool *plain)
 {
     *title = *text = QString();
+    static QMessageBox::Icon unusedIcon; // where the answer keeps what nobody asked for
+    static bool unusedPlain;
     answerNextModal(
-        [title, text](QWidget *modal) {
+        [title, text, icon = icon ? icon : &unusedIcon, plain = plain ? plain : &unusedPlain](QWidget *modal) {
             if (auto *box = qobject_cast<QMessageBox *>(modal))
-                *title = box->windowTitle(), *text = box->text();
+                *title = box->windowTitle(), *text = box->text(), *icon = box->icon(),
+                *plain = box->textFormat() == Qt::PlainText;
             modal->close();
         },
         timeoutMs);

@@ -18,8 +18,9 @@ void answerNextModal(std::function<void(QWidget *)> action, int timeoutMs = 6000
 void watchModals(int limitMs = 30000);
 // Processes events until `condition` holds; false when the time is up.
 bool waitFor(std::function<bool()> condition, int timeoutMs = 15000);
-// Closes the next message box, keeping its title and text (cleared first).
-void closeNextMessage(QString *title, QString *text, int timeoutMs = 60000);
+// Closes the next message box, keeping its title and text (cleared first), its icon and whether its text is plain.
+void closeNextMessage(QString *title, QString *text, int timeoutMs = 60000, QMessageBox::Icon *icon = nullptr,
+                      bool *plain = nullptr);
 // Answers the next file dialog as a person: filter, typed name, Save, then `afterSave`.
 void answerSaveDialog(const QString &name, const QString &filter = QString(), std::function<void()> afterSave = {});
 // The settings file: today's update check done, then `body` (INI text).
