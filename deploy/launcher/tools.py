@@ -142,8 +142,8 @@ def module_text(source, name):
             with zipfile.ZipFile(source) as z:
                 return z.read("yt_dlp/" + name).decode("utf-8", "replace")
         import importlib.util
-        spec = importlib.util.find_spec("yt_dlp")
-        folder = spec and spec.submodule_search_locations and spec.submodule_search_locations[0]
+        found = importlib.util.find_spec("yt_dlp")
+        folder = found and found.submodule_search_locations and found.submodule_search_locations[0]
         with open(os.path.join(folder, name), encoding="utf-8", errors="replace") as f:
             return f.read()
     except Exception:  # noqa: BLE001 - unknown
