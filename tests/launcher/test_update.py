@@ -165,6 +165,10 @@ class UpdateTest(unittest.TestCase):
         self.assertEqual(self.run_("--get-title", clip), (0, "clip\n", ""))
 
     def test_failures_leave_the_working_copy(self):
+        # A full disk: a tmpfs that is made full (as root), else a limit on the size of files written.
+        tmpfs = subprocess.run(["mount", "-t", "tmpfs", "-o", "size=64m", "tmpfs", self.data]).returncode == 0
+        if tmpfs:
+            self.addCleanup(subprocess.run, ["umount", "-l", self.data])
         self.server.publish("2099.01.01", self.v1)
         self.assertEqual(self.run_("--update")[0], 0)
         working = self.installed()
@@ -181,7 +185,13 @@ class UpdateTest(unittest.TestCase):
                     self.server.files["/api/dl/2099.02.02/yt-dlp"] = "stall"
                 if how.get("gone"):
                     self.env["VIDORRA_RELEASE_API"] = "http://127.0.0.1:9/api/"
-                code, out, err = self.run_("--update", limit=how.get("limit"))
+                disk, fill = os.statvfs(self.data), tmpfs and how.get("limit")
+                if fill:  # room for 300 KiB more
+                    used = (disk.f_blocks - disk.f_bfree) * disk.f_frsize // 1024
+                    subprocess.run(["mount", "-o", "remount,size=%dk" % (used + 300), self.data], check=True)
+                code, out, err = self.run_("--update", limit=None if tmpfs else how.get("limit"))
+                if fill:
+                    subprocess.run(["mount", "-o", "remount,size=64m", self.data], check=True)
                 self.assertEqual((code, out), (1, "yt-dlp 2099.01.01 stays in use\n"), err)
                 self.assertRegex(err, "run: update failed: .*" + reason)
                 self.assertEqual(self.installed(), working)
