@@ -1,6 +1,19 @@
 """What the launcher's tests share: its helpers found and stopped, waits with a limit, small scripts written."""
 import glob, os, shutil, signal, subprocess, time
 
+FIXTURES = os.path.join(os.path.dirname(os.path.dirname(os.path.abspath(__file__))), "fixtures")
+
+
+def serve(media, cleanup, *extra):
+    """The address of media_server.py serving `media`; `cleanup` (addCleanup) ends it."""
+    proc = subprocess.Popen(["/usr/bin/python3", os.path.join(FIXTURES, "media_server.py"), media, "0", *extra],
+                            stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+    for step in (proc.stdout.close, proc.kill, lambda: proc.wait(10), proc.stdin.close):
+        cleanup(step)  # run backwards: the server leaves when its stdin closes
+    line = proc.stdout.readline().decode()
+    assert line.startswith("PORT "), "no port from the media server: %r" % line
+    return "http://127.0.0.1:%d" % int(line[5:])
+
 
 def helpers(state):
     """Process ids of the helpers serving from `state`."""

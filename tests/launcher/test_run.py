@@ -4,7 +4,7 @@
 Fake tools (VIDORRA_YTDLP) stand in only where the real one cannot answer (odd tables).
 Runs share a folder for the cache and the helper (VIDORRA_RUN_DIR); the helpers left are stopped at the end."""
 import concurrent.futures, glob, json, os, shutil, socket, subprocess, sys, tempfile, time, unittest
-from support import helpers, stop_helpers, wait_for, write
+from support import helpers, serve, stop_helpers, wait_for, write
 
 SOURCE = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 FIXTURES = os.path.join(SOURCE, "tests", "fixtures")
@@ -40,21 +40,11 @@ class LauncherTest(unittest.TestCase):
         cls.addClassCleanup(shutil.rmtree, CACHE, True)
         cls.media = media = os.path.join(cls.tmp, "media")
         subprocess.run(["/bin/sh", os.path.join(FIXTURES, "make_media.sh"), media], check=True, timeout=120)
-        cls.base = cls.serve(media) + "/"
-        cls.slow = cls.serve(media, "--rate", "40000") + "/"  # clip.mp4 takes seconds
+        cls.base = serve(media, cls.addClassCleanup) + "/"
+        cls.slow = serve(media, cls.addClassCleanup, "--rate", "40000") + "/"  # clip.mp4 takes seconds
         with socket.socket() as s:
             s.bind(("127.0.0.1", 0))
             cls.gone = "http://127.0.0.1:%d/" % s.getsockname()[1]  # a closed port
-
-    @classmethod
-    def serve(cls, media, *extra):
-        proc = subprocess.Popen(["/usr/bin/python3", os.path.join(FIXTURES, "media_server.py"), media, "0", *extra],
-                                stdin=subprocess.PIPE, stdout=subprocess.PIPE)
-        for cleanup in (proc.stdout.close, proc.kill, lambda: proc.wait(10), proc.stdin.close):
-            cls.addClassCleanup(cleanup)  # run backwards: the server leaves when its stdin closes
-        line = proc.stdout.readline().decode()
-        assert line.startswith("PORT "), "no port from the media server: %r" % line
-        return "http://127.0.0.1:%d" % int(line[5:])
 
     def setUp(self):
         self.dir = tempfile.mkdtemp(dir=self.tmp)

@@ -13,7 +13,7 @@ GNUPG = os.path.join(TMP, "gnupg")
 DENO = "deno-%s-unknown-linux-gnu.zip" % os.uname().machine
 sys.path.insert(0, os.path.join(SOURCE, "tests", "fixtures"))
 from make_zipapp import zipapp  # noqa: E402
-from support import helpers, stop_helpers, wait_for, write  # noqa: E402
+from support import helpers, serve, stop_helpers, wait_for, write  # noqa: E402
 
 
 def gpg(*args, data=None):
@@ -134,12 +134,7 @@ class UpdateTest(unittest.TestCase):
         # The private copy answers from the helper too; a damaged one gives way to the system's.
         media = os.path.join(self.home, "media")
         subprocess.run(["/bin/sh", os.path.join(SOURCE, "tests", "fixtures", "make_media.sh"), media], check=True)
-        server = subprocess.Popen(["/usr/bin/python3", os.path.join(SOURCE, "tests", "fixtures", "media_server.py"),
-                                   media, "0", "--cookie", "session=s3cret"], stdin=subprocess.PIPE,
-                                  stdout=subprocess.PIPE)
-        self.addCleanup(server.wait, 10)
-        self.addCleanup(server.kill)
-        clip = "http://127.0.0.1:%s/clip.mp4" % server.stdout.readline().decode().split()[1]
+        clip = serve(media, self.addCleanup, "--cookie", "session=s3cret") + "/clip.mp4"
         target = os.path.join(self.home, "out.mp4")
         self.assertNotEqual(self.run_(clip, "-o", target, "--format", "0")[0], 0)  # 403 without the cookie
 
