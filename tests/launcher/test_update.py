@@ -155,6 +155,8 @@ class UpdateTest(unittest.TestCase):
         wait_for(lambda: glob.glob(os.path.join(self.env["VIDORRA_CACHE_DIR"], "extractors-*.json"))
                  and helpers(os.path.join(self.home, "state")), "the private copy's helper and its index", 120)
         self.assertTrue(glob.glob(os.path.join(self.env["VIDORRA_CACHE_DIR"], "yt-dlp-*/yt_dlp/__pycache__")))
+        self.assertEqual(self.run_("--get-title", clip)[:2], (0, "clip\n"))
+        self.assertIn("(best)", self.run_("--list-formats", clip)[1])
         os.truncate(os.path.join(self.tools, "yt-dlp"), 100000)
         self.env["VIDORRA_RUN_DIR"] = "/"  # not this user's alone: no helper stays
         self.assertEqual(self.run_("--get-title", clip), (0, "clip\n", ""))
