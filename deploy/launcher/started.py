@@ -112,12 +112,6 @@ class Started:
             return 127
 
 
-def tool_version(tool):
-    code, out, _err = capture(tool, ["--ignore-config", "--version"])
-    lines = out.strip().splitlines()
-    return lines[0].strip() if code == 0 and lines else "(unknown version)"
-
-
 
 
 def version(tool):

@@ -175,16 +175,25 @@ def version_tuple(text):
     return tuple(int(n) for n in m.group(1).split(".")) if m else ()
 
 
-def program_version(path):
-    """The first line a program prints for --version, or ""."""
+def answers_version(command):
+    """(the first line `command` prints for --version, "") when it answers,
+    else (None, why not)."""
     import subprocess
     try:
-        r = subprocess.run([path, "--version"], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-                           stderr=subprocess.DEVNULL, timeout=30)
-    except (OSError, subprocess.SubprocessError):
-        return ""
+        r = subprocess.run(command + ["--version"], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                           stderr=subprocess.PIPE, timeout=120)
+    except (OSError, subprocess.SubprocessError) as e:
+        return None, str(e)
     lines = r.stdout.decode("utf-8", "replace").strip().splitlines()
-    return lines[0].strip() if r.returncode == 0 and lines else ""
+    if r.returncode != 0 or not lines:
+        said = r.stderr.decode("utf-8", "replace").strip().splitlines()
+        return None, said[-1] if said else "exit code %d" % r.returncode
+    return lines[0].strip(), ""
+
+
+def program_version(path):
+    """The first line a program prints for --version, or ""."""
+    return answers_version([path])[0] or ""
 
 
 def remembered(folder, path, ask, kind="version"):
@@ -219,12 +228,10 @@ def remembered(folder, path, ask, kind="version"):
     return value
 
 
-def suitable_runtime(folder=None, search=True):
+def suitable_runtime(folder=None):
     """(name, path) of a JavaScript runtime new enough for yt-dlp: deno or
     node on PATH, else the program's own deno; None without one."""
-    found = []
-    if search:
-        found = [(name, shutil.which(name), least) for name, least in RUNTIMES]
+    found = [(name, shutil.which(name), least) for name, least in RUNTIMES]
     found.append(("deno", os.path.join(tools_folder(), "deno"), RUNTIMES[0][1]))
     for name, path, least in found:
         if path and os.path.isfile(path) and os.access(path, os.X_OK):

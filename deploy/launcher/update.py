@@ -175,19 +175,6 @@ def parse_sums(data):
     return digests
 
 
-def answers_version(command):
-    try:
-        r = subprocess.run(command + ["--version"], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-                           stderr=subprocess.PIPE, timeout=120)
-    except (OSError, subprocess.SubprocessError) as e:
-        return None, str(e)
-    lines = r.stdout.decode("utf-8", "replace").strip().splitlines()
-    if r.returncode != 0 or not lines:
-        said = r.stderr.decode("utf-8", "replace").strip().splitlines()
-        return None, said[-1] if said else "exit code %d" % r.returncode
-    return lines[0].strip(), ""
-
-
 def install(folder, name, url, digest, unpack=None, run=None):
     """Downloads `url` into a new file of `folder`, checks it against
     `digest` (and, with `unpack`, takes the program out of it), checks that
@@ -207,7 +194,7 @@ def install(folder, name, url, digest, unpack=None, run=None):
             made.append(unpack(temp))
             temp = made[-1]
         os.chmod(temp, 0o700)
-        version, why = answers_version(run(temp))
+        version, why = tools.answers_version(run(temp))
         if version is None:
             raise Failed("the new %s does not run (%s)" % (name, why))
         previous = target + ".previous"
@@ -220,7 +207,7 @@ def install(folder, name, url, digest, unpack=None, run=None):
                 import shutil
                 shutil.copy2(target, previous)
         os.replace(temp, target)
-        now, why = answers_version(run(target))
+        now, why = tools.answers_version(run(target))
         if now is None:
             if os.path.exists(previous):
                 os.replace(previous, target)
@@ -281,7 +268,7 @@ def update_private(values):
         channel = "nightly" if values.get("downloader_channel", "").strip().lower() == "nightly" else "stable"
         tag, assets = latest(RELEASES[channel])
         target = os.path.join(folder, TOOL_NAME)
-        have, _ = answers_version([sys.executable, target]) if os.path.exists(target) else (None, "")
+        have, _ = tools.answers_version([sys.executable, target]) if os.path.exists(target) else (None, "")
         if have == tag:
             news = "%s is up to date (%s)\n" % (TOOL_NAME, tag)
         else:
