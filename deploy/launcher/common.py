@@ -22,7 +22,10 @@ LAUNCHER = os.path.abspath(sys.argv[0])
 PARTS = os.path.dirname(os.path.abspath(__file__))
 
 CACHE_SECONDS = 180
-HELPER_IDLE_SECONDS = 300
+try:
+    HELPER_IDLE_SECONDS = max(1, int(os.environ.get("VIDORRA_HELPER_IDLE") or 300))
+except ValueError:
+    HELPER_IDLE_SECONDS = 300
 
 
 def common():

@@ -10,6 +10,13 @@ import time
 from .common import HELPER_IDLE_SECONDS, locked
 from .index import keep_index, use_index
 
+# A worker's first answer to a run: the run is the worker's from then on, and
+# the launcher never runs it itself (a download would be fetched twice).
+TAKEN = b"T"
+# A request not all there by then is dropped: it holds no worker for long.
+REQUEST_SECONDS = 5
+REQUEST_LIMIT = 1 << 24
+
 
 def socket_path(folder, stamp):
     return os.path.join(folder, "helper-%s.sock" % stamp)
@@ -43,7 +50,8 @@ def receive_exactly(conn, size):
 
 def ask_helper(folder, stamp, argv):
     """Hands this run to the helper; its exit code, or None when there is no
-    helper of this user to hand it to, or it went away before answering."""
+    helper of this user to hand it to, or it did not take the run.  A helper
+    that goes away after taking the run fails it."""
     import json
     import socket
     import struct
@@ -64,12 +72,22 @@ def ask_helper(folder, stamp, argv):
                               "fds": fds}).encode("utf-8", "surrogateescape")
         conn.sendmsg([struct.pack("!I", len(request)) + request],
                      [(socket.SOL_SOCKET, socket.SCM_RIGHTS, struct.pack("%di" % len(fds), *fds))])
-        reply = receive_exactly(conn, 4)
-        return struct.unpack("!i", reply)[0] if len(reply) == 4 else None
+        if receive_exactly(conn, 1) != TAKEN:
+            conn.close()
+            return None
     except (OSError, ValueError):
+        conn.close()
         return None
+    try:
+        reply, cause = receive_exactly(conn, 4), "its connection closed"
+    except OSError as e:
+        reply, cause = b"", e.strerror or str(e)
     finally:
         conn.close()
+    if len(reply) == 4:
+        return struct.unpack("!i", reply)[0]
+    sys.stderr.write("run: the launcher's helper stopped during this run (%s); the run is not repeated\n" % cause)
+    return 1
 
 
 def fd_open(fd):
@@ -94,8 +112,11 @@ def detach():
     for fd in (0, 1, 2):
         os.dup2(null, fd)
     os.close(null)
-    for s in (signal.SIGTERM, signal.SIGINT, signal.SIGHUP, signal.SIGPIPE):
+    for s in (signal.SIGTERM, signal.SIGINT, signal.SIGHUP):
         signal.signal(s, signal.SIG_DFL)
+    # A run whose reader has gone fails with EPIPE and still sends its code:
+    # a worker killed by SIGPIPE would leave the run without one.
+    signal.signal(signal.SIGPIPE, signal.SIG_IGN)
 
 
 def warm_up(loaded, interrupted=lambda: False):
@@ -196,10 +217,13 @@ def serve(loaded):
         f.write("%d\n" % os.getpid())
     os.replace(pid_file + ".tmp", pid_file)
 
-    # Spares tell which of them took a run; they end when `alive` closes.
+    # Workers tell on `taken` when they accept a connection (their pid) and
+    # when they take its run (minus their pid): only runs hold off the idle
+    # end, not connections still reading their request.  Spares end when
+    # `alive` closes.
     taken_r, taken_w = os.pipe()
     alive_r, alive_w = os.pipe()
-    spares, busy = set(), set()
+    spares, reading, busy = set(), set(), set()
     last = time.monotonic()
     while True:
         while len(spares) < SPARES:
@@ -216,17 +240,21 @@ def serve(loaded):
             break
         if select.select([taken_r], [], [], min(1.0, HELPER_IDLE_SECONDS - (now - last)))[0]:
             for (pid,) in struct.iter_unpack("i", os.read(taken_r, 4 * 64)):
-                spares.discard(pid)
-                busy.add(pid)
-            last = time.monotonic()
-        for pid in list(spares | busy):
-            try:
-                if os.waitpid(pid, os.WNOHANG)[0]:
+                if pid > 0:
                     spares.discard(pid)
-                    busy.discard(pid)
+                    reading.add(pid)
+                else:
+                    reading.discard(-pid)
+                    busy.add(-pid)
+                    last = time.monotonic()
+        for pid in list(spares | reading | busy):
+            try:
+                ended = os.waitpid(pid, os.WNOHANG)[0]
             except ChildProcessError:
-                spares.discard(pid)
-                busy.discard(pid)
+                ended = True
+            if ended:
+                for group in (spares, reading, busy):
+                    group.discard(pid)
     try:
         if os.lstat(path).st_ino == inode:
             os.unlink(path)
@@ -254,49 +282,76 @@ def spare(loaded, listener, taken, alive):
                 break
             except BlockingIOError:
                 continue  # the other spare took it
-        conn.setblocking(True)
         os.write(taken, struct.pack("i", os.getpid()))
         listener.close()
-        os.close(taken)
         os.close(alive)
     except Exception:  # noqa: BLE001
         os._exit(0)
-    work_for(loaded, conn)
+    work_for(loaded, conn, taken)
 
 
-def work_for(loaded, conn):
-    """In a worker of the helper: answers one run on the standard files it
-    handed over, and sends back its exit code.  Never returns."""
+def read_request(conn):
+    """The request of a run and the files handed over with it, read within
+    REQUEST_SECONDS; raises OSError or ValueError when it is not all there."""
     import json
-    import signal
     import socket
     import struct
+    deadline = time.monotonic() + REQUEST_SECONDS
+
+    def wait():
+        left = deadline - time.monotonic()
+        if left <= 0:
+            raise socket.timeout("request not complete in time")
+        conn.settimeout(left)
+    wait()
+    # The standard files come with the first bytes: read those with recvmsg.
+    data, ancillary, _flags, _addr = conn.recvmsg(65536, socket.CMSG_SPACE(3 * struct.calcsize("i")))
+    fds = []
+    for level, kind, payload in ancillary:
+        if level == socket.SOL_SOCKET and kind == socket.SCM_RIGHTS:
+            fds += struct.unpack("%di" % (len(payload) // 4), payload[:len(payload) // 4 * 4])
+    size = struct.unpack("!I", data[:4])[0] if len(data) >= 4 else 0
+    if size > REQUEST_LIMIT:
+        raise ValueError("request too long")
+    data = data[4:]
+    while len(data) < size:
+        wait()
+        more = conn.recv(size - len(data))
+        if not more:
+            raise ValueError("request cut short")
+        data += more
+    conn.settimeout(None)
+    return json.loads(data.decode("utf-8", "surrogateescape")), fds
+
+
+def work_for(loaded, conn, taken):
+    """In a worker of the helper: reads the request of one run, tells the
+    launcher (and on `taken` the helper) that it takes it, answers it on the
+    standard files it handed over, and sends back its exit code.  Never
+    returns."""
+    import signal
+    import struct
     import threading
-    code, taken = 1, False
     try:
         if peer_uid(conn) not in (os.getuid(), None):
             os._exit(0)
-        # The standard files come with the first bytes: read those with recvmsg.
-        data, ancillary, _flags, _addr = conn.recvmsg(65536, socket.CMSG_SPACE(3 * struct.calcsize("i")))
-        size = struct.unpack("!I", data[:4])[0] if len(data) >= 4 else 0
-        data = data[4:]
-        while len(data) < size:
-            more = conn.recv(size - len(data))
-            if not more:
-                os._exit(0)
-            data += more
-        fds = []
-        for level, kind, payload in ancillary:
-            if level == socket.SOL_SOCKET and kind == socket.SCM_RIGHTS:
-                fds += struct.unpack("%di" % (len(payload) // 4), payload[:len(payload) // 4 * 4])
-        request = json.loads(data.decode("utf-8", "surrogateescape"))
+        request, fds = read_request(conn)
         given = dict(zip(request["fds"], fds))
         null = os.open(os.devnull, os.O_RDWR)
         for fd in (0, 1, 2):
             os.dup2(given.get(fd, null), fd)
         for fd in fds + [null]:
             os.close(fd)
-        taken = True
+        conn.sendall(TAKEN)
+    except Exception:  # noqa: BLE001 - not taken: the launcher runs it itself
+        os._exit(0)
+    try:
+        os.write(taken, struct.pack("i", -os.getpid()))
+    except OSError:
+        pass  # the helper has gone; the run goes on
+    os.close(taken)
+    code = 1
+    try:
         os.chdir(request["cwd"])
         os.environ.clear()
         os.environ.update(request["env"])
@@ -315,13 +370,17 @@ def work_for(loaded, conn):
         code = run_loaded(loaded, request["argv"])
     except SystemExit as e:
         code = e.code if isinstance(e.code, int) else 1
-    except Exception as e:  # noqa: BLE001 - a broken request ends this worker only
-        if not taken:
-            os._exit(0)  # no answer: the launcher runs it itself
-        sys.stderr.write("run: %s\n" % e)
+    except Exception as e:  # noqa: BLE001 - this run's failure, told as such
+        try:
+            sys.stderr.write("run: %s\n" % e)
+        except (OSError, ValueError):
+            pass
+    for out in (sys.stdout, sys.stderr):
+        try:
+            out.flush()
+        except (OSError, ValueError):
+            pass  # the reader has gone: the code still goes back
     try:
-        sys.stdout.flush()
-        sys.stderr.flush()
         conn.sendall(struct.pack("!i", code or 0))
     except (OSError, ValueError):
         pass

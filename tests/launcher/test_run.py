@@ -21,9 +21,9 @@ def env(tool=None, state=None):
     return dict(os.environ, VIDORRA_YTDLP=tool or "", VIDORRA_RUN_DIR=state or STATE, VIDORRA_CACHE_DIR=CACHE)
 
 
-def run(*args, tool=None, cwd=None, state=None):
+def run(*args, tool=None, cwd=None, state=None, **extra):
     return subprocess.run([LAUNCHER, *args], stdin=subprocess.DEVNULL, capture_output=True,
-                          env=env(tool, state), cwd=cwd, timeout=60)
+                          env=dict(env(tool, state), **extra), cwd=cwd, timeout=60)
 
 
 def run_all(argvs, **kw):
@@ -41,7 +41,8 @@ class LauncherTest(unittest.TestCase):
         cls.media = media = os.path.join(cls.tmp, "media")
         subprocess.run(["/bin/sh", os.path.join(FIXTURES, "make_media.sh"), media], check=True, timeout=120)
         cls.base = serve(media, cls.addClassCleanup) + "/"
-        cls.slow = serve(media, cls.addClassCleanup, "--rate", "40000") + "/"  # clip.mp4 takes seconds
+        cls.log = os.path.join(cls.tmp, "requests")  # of the slow server
+        cls.slow = serve(media, cls.addClassCleanup, "--rate", "40000", "--log", cls.log) + "/"  # clip.mp4: seconds
         with socket.socket() as s:
             s.bind(("127.0.0.1", 0))
             cls.gone = "http://127.0.0.1:%d/" % s.getsockname()[1]  # a closed port
@@ -160,8 +161,8 @@ class LauncherTest(unittest.TestCase):
         self.assertEqual(run("--get-title", url).stdout, b"Changed Page\n")  # the failure was not kept
 
     def test_helper_and_its_socket(self):
-        """A run left a helper, and the index of extractors; a helper dying mid-run leaves the run to the launcher;
-        a socket or a folder of another user is never used."""
+        """A run left a helper, and the index of extractors; a run it took that loses its reader or helper fails, never
+        run twice (fetched again); a socket or a folder of another user is never used."""
         state = tempfile.mkdtemp(dir=self.tmp)
         self.addCleanup(stop_helpers, state)
         relative = os.path.relpath(state, self.tmp)  # the helper works from "/"
@@ -171,19 +172,18 @@ class LauncherTest(unittest.TestCase):
         helper, sock = helpers(state)[0], glob.glob(os.path.join(state, "*.sock"))[0]
         self.assertEqual(os.stat(state).st_mode & 0o777, 0o700)
 
-        path = os.path.join(self.dir, "saved.mp4")
-        proc = subprocess.Popen([LAUNCHER, self.slow + "clip.mp4", "-o", path, "--format", "0"],
-                                stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
-                                env=env(state=state))
-        self.assertRegex(proc.stdout.readline().decode(), r"^\[download\].*%")
-        workers = subprocess.run(["pgrep", "-P", str(helper)], capture_output=True).stdout.split()
-        out_pipe = os.readlink("/proc/%d/fd/1" % proc.pid)
-        self.assertIn(out_pipe, [os.readlink("/proc/%s/fd/1" % w.decode()) for w in workers])  # a worker writes
-        stop_helpers(state)
-        out, err = proc.communicate(timeout=60)
-        self.assertEqual(proc.returncode, 0, err)
-        self.assertIn(b"100%", out)
-        self.assertEqual(os.path.getsize(path), os.path.getsize(os.path.join(self.media, "clip.mp4")))
+        for gone, said in (("reader", b"Broken pipe"), ("helper", b"the launcher's helper stopped during this run")):
+            with subprocess.Popen([LAUNCHER, self.slow + "clip.mp4", "-o", os.path.join(self.dir, gone), "--format",
+                                   "0"], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                                  env=env(state=state)) as proc:
+                self.assertRegex(proc.stdout.readline().decode(), r"^\[download\].*%")
+                workers = subprocess.run(["pgrep", "-P", str(helper)], capture_output=True).stdout.split()
+                out_pipe = os.readlink("/proc/%d/fd/1" % proc.pid)
+                self.assertIn(out_pipe, [os.readlink("/proc/%s/fd/1" % w.decode()) for w in workers])  # a worker writes
+                asked = os.path.getsize(self.log)  # a line per request
+                proc.stdout.close() if gone == "reader" else stop_helpers(state)
+                err = proc.stderr.read()
+                self.assertEqual((proc.wait(60) != 0, os.path.getsize(self.log), said in err), (True, asked, True), err)
 
         if os.geteuid() != 0:
             self.skipTest("needs root to give files to another user")
@@ -201,6 +201,21 @@ class LauncherTest(unittest.TestCase):
             self.assertEqual((r.returncode, r.stdout), (0, TITLE.encode() + b"\n"), r.stderr)
         self.assertRaises(BlockingIOError, foreign.accept)
         self.assertEqual(os.listdir(other), [])
+
+    def test_half_request(self):
+        """Half a request is dropped within seconds: it holds up neither later runs nor the idle helper's end."""
+        state = tempfile.mkdtemp(dir=self.tmp)
+        self.addCleanup(stop_helpers, state)
+        title = lambda: run("--get-title", self.base + "watch.html", state=state, VIDORRA_HELPER_IDLE="15").stdout
+        self.assertEqual(title(), TITLE.encode() + b"\n")
+        wait_for(lambda: helpers(state), "the helper")
+        with socket.socket(socket.AF_UNIX) as half:
+            half.connect(glob.glob(os.path.join(state, "*.sock"))[0])
+            half.sendall(b"\0\0\1\0{")
+            self.assertEqual(title(), TITLE.encode() + b"\n")
+            half.settimeout(60)
+            self.assertEqual(half.recv(1), b"")  # dropped
+            wait_for(lambda: not helpers(state), "the idle helper to leave", 60)
 
     def test_failures_run_nothing(self):
         """Addresses never reach a shell nor become options; unreachable, missing, unknown things fail (not as usage)."""
