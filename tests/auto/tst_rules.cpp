@@ -69,8 +69,9 @@ private slots:
         QCOMPARE(errorDetailsBlock(1, 1, {"f", "7", "g"}), QString("<b>error #1:7</b><br>in 'g' : f<br>comment: ---"));
         QCOMPARE(errorDetailsBlock(4, 1, {"src/Sniffer/Locker", "31", "checkLocker", "/tmp/locker"}),
                  QString("<b>error #4:31</b><br>in 'checkLocker' : src/Sniffer/Locker<br>comment: /tmp/locker"));
-        QCOMPARE(errorDetailsBlock(3, 2, {"f", "7", "g", "a", "b", "c"}),
-                 QString("<b>error #3:7</b><br>[DL] in 'g' : f<br>comment: <ul><li>a</li><li>b</li><li>c</li></ul>"));
+        QCOMPARE(errorDetailsBlock(3, 2, {"f", "7", "g", "a", "HTTP Error 403: <a href=\"x\">update</a>", "c"}),
+                 QString("<b>error #3:7</b><br>[DL] in 'g' : f<br>comment: <ul><li>a</li><li>HTTP Error 403: "
+                         "&lt;a href=&quot;x&quot;&gt;update&lt;/a&gt;</li><li>c</li></ul>")); // shown as text
         QCOMPARE(messageBody("Text", "B"), QString("Text<br><br><hr><div style=\"font-size:10px\"><i>B</i></div>"));
     }
 
