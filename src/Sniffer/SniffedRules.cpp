@@ -66,9 +66,33 @@ QString extensionForType(const QString &type)
     return known.value(sub, sub);
 }
 
+namespace {
+bool startsWithWebScheme(const QString &url)
+{
+    return url.startsWith(QLatin1String("http://"), Qt::CaseInsensitive) ||
+           url.startsWith(QLatin1String("https://"), Qt::CaseInsensitive);
+}
+} // namespace
+
+QString listedAddress(const QString &reported)
+{
+    return startsWithWebScheme(reported) ? reported : QStringLiteral("http://") + reported;
+}
+
 QString transferAddress(const QString &url)
 {
-    return url.trimmed().remove(QStringLiteral("http://"));
+    QString address = url.trimmed();
+    if (address.startsWith(QLatin1String("http://"), Qt::CaseInsensitive))
+        address.remove(0, 7);
+    return address;
+}
+
+QStringList previewArguments(const QString &url, const QString &trustFile)
+{
+    QStringList arguments{QStringLiteral("-tls_verify"), QStringLiteral("1")};
+    if (!trustFile.isEmpty())
+        arguments << QStringLiteral("-ca_file") << trustFile;
+    return arguments << url.trimmed();
 }
 
 QString versionFromUpdateOutput(const QString &output)

@@ -372,7 +372,12 @@ private slots:
         QCOMPARE(extensions, (QStringList{"mp4", "flv", "mp3", "mov", "mp4"}));
         QCOMPARE(toolComplaint("warning\nERROR: HTTP 403\nlast", 1) + "|" + toolComplaint("one\ntwo\n", 1),
                  QString("ERROR: HTTP 403|two"));
-        QCOMPARE(transferAddress(" http://a/http://b "), QString("a/b"));
+        // The scheme the browser used is kept: http only where none was reported.
+        QCOMPARE(QStringList({listedAddress("a/v"), listedAddress("HTTPS://a/v?from=http://b"),
+                              transferAddress(" http://a/v?from=http://b "), transferAddress("https://a/v")}),
+                 QStringList({"http://a/v", "HTTPS://a/v?from=http://b", "a/v?from=http://b", "https://a/v"}));
+        QCOMPARE(previewArguments(" https://a/v ", "/ca.pem"),
+                 QStringList({"-tls_verify", "1", "-ca_file", "/ca.pem", "https://a/v"}));
     }
 
     void hitTest()

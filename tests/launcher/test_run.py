@@ -4,6 +4,7 @@
 Fake tools (VIDORRA_YTDLP) stand in only where the real one cannot answer (odd tables).
 Runs share a folder for the cache and the helper (VIDORRA_RUN_DIR); the helpers left are stopped at the end."""
 import concurrent.futures, glob, json, os, shutil, socket, subprocess, sys, tempfile, time, unittest
+import unittest.mock
 from support import helpers, serve, stop_helpers, wait_for, write
 
 SOURCE = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
@@ -231,6 +232,11 @@ class LauncherTest(unittest.TestCase):
             self.assertEqual(args[args.index("--format") + 1], selector)
             template = args[args.index("--output") + 1]
             self.assertTrue(template.endswith("50%%.mp4") and "$HOME" not in template, template)
+        # An https address goes as it is; a trust store the user names is used, not certifi's list.
+        with unittest.mock.patch.dict(os.environ, SSL_CERT_FILE="/ca.pem"):
+            args = json.loads(run("https://x/a?to=http://y", "-o", path, "--format", "0", tool=fake).stdout)
+        self.assertEqual((args[-2:], args[args.index("--compat-options") + 1]),
+                         (["--", "https://x/a?to=http://y"], "no-certifi"))
 
     def test_separate_streams_are_marked(self):
         table = ("[youtube] abc: Downloading webpage\\n[info] Available formats for abc:\\n"
