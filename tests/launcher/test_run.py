@@ -4,7 +4,6 @@
 Fake tools (VIDORRA_YTDLP) stand in only where the real one cannot answer (odd tables).
 Runs share a folder for the cache and the helper (VIDORRA_RUN_DIR); the helpers left are stopped at the end."""
 import concurrent.futures, glob, json, os, shutil, socket, subprocess, sys, tempfile, time, unittest
-import unittest.mock
 from support import helpers, serve, stop_helpers, wait_for, write
 
 SOURCE = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
@@ -95,11 +94,6 @@ class LauncherTest(unittest.TestCase):
                 self.assertTrue(progress and all(l.startswith("[download]") for l in lines), lines)
                 self.assertNotRegex(progress[0], r"^\[download\]\s+0(\.0)?%")  # read as the program does
                 self.assertRegex(progress[-1], r"^\[download\]\s+100(\.0)?%")
-
-    def test_address_without_scheme(self):
-        """A sniffed address comes without its scheme, whatever its query holds."""
-        r = run(self.base[len("http://"):] + "clip.mp4?from=http://x", "-o", os.path.join(self.dir, "s.mp4"), "--format", "0")
-        self.assertEqual((r.returncode, os.path.getsize(os.path.join(self.dir, "s.mp4")) > 100000), (0, True), r.stderr)
 
     def test_kill_stops_the_transfer(self):
         """Data goes to PATH.part; killing the launcher (the program's stop) stops the transfer, whether the
@@ -232,11 +226,6 @@ class LauncherTest(unittest.TestCase):
             self.assertEqual(args[args.index("--format") + 1], selector)
             template = args[args.index("--output") + 1]
             self.assertTrue(template.endswith("50%%.mp4") and "$HOME" not in template, template)
-        # An https address goes as it is; a trust store the user names is used, not certifi's list.
-        with unittest.mock.patch.dict(os.environ, SSL_CERT_FILE="/ca.pem"):
-            args = json.loads(run("https://x/a?to=http://y", "-o", path, "--format", "0", tool=fake).stdout)
-        self.assertEqual((args[-2:], args[args.index("--compat-options") + 1]),
-                         (["--", "https://x/a?to=http://y"], "no-certifi"))
 
     def test_separate_streams_are_marked(self):
         table = ("[youtube] abc: Downloading webpage\\n[info] Available formats for abc:\\n"
