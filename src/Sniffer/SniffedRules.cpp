@@ -89,10 +89,15 @@ QString transferAddress(const QString &url)
 
 QStringList previewArguments(const QString &url, const QString &trustFile)
 {
-    QStringList arguments{QStringLiteral("-tls_verify"), QStringLiteral("1")};
-    if (!trustFile.isEmpty())
+    // ffplay refuses to start with an option its input does not take: the
+    // TLS ones go with https addresses only.
+    const QString address = url.trimmed();
+    QStringList arguments;
+    if (address.startsWith(QLatin1String("https://"), Qt::CaseInsensitive))
+        arguments << QStringLiteral("-tls_verify") << QStringLiteral("1");
+    if (!arguments.isEmpty() && !trustFile.isEmpty())
         arguments << QStringLiteral("-ca_file") << trustFile;
-    return arguments << url.trimmed();
+    return arguments << address;
 }
 
 QString versionFromUpdateOutput(const QString &output)

@@ -45,9 +45,9 @@ QString listedAddress(const QString &reported);
 // address stay.
 QString transferAddress(const QString &url);
 
-// ffplay's arguments for a preview: the server's certificate checked (against
-// the system's authorities, or the file OpenSSL's SSL_CERT_FILE names), so an
-// https address is played from its own server only.
+// ffplay's arguments for a preview: for an https address the server's
+// certificate is checked (against the system's authorities, or the file
+// OpenSSL's SSL_CERT_FILE names), so it is played from its own server only.
 QStringList previewArguments(const QString &url, const QString &trustFile);
 
 // The downloader's version from what its update printed: digits, dots and
