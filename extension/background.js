@@ -65,7 +65,8 @@ function onResponseStarted(details) {
     const size = mediaSize(details);
     if (!type || !/^[1-9]\d*$/.test(size))
         return;
-    const address = details.url.replace(/^https?:\/\//i, "");
+    // The whole address: an https file is fetched over https by the program too.
+    const address = details.url;
     const key = address + " " + size;
     const now = Date.now();
     if (now - (sent.get(key) ?? -Infinity) < REPEAT_AFTER_MS)

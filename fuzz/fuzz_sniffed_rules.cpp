@@ -56,7 +56,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     }
     const QString address = transferAddress(url);
     FUZZ_CHECK(address.size() <= url.size());
-    FUZZ_CHECK(address == address.trimmed() || url.trimmed().contains(QLatin1String("http://")));
+    const bool plainHttp = url.trimmed().startsWith(QLatin1String("http://"), Qt::CaseInsensitive);
+    FUZZ_CHECK(address == (plainHttp ? url.trimmed().mid(7) : url.trimmed())); // nothing but a leading http://
+    const QString listed = listedAddress(url);
+    FUZZ_CHECK(listed.endsWith(url) && (listed == url || listed == QStringLiteral("http://") + url));
 
     // The update check.
     const QString version = versionFromUpdateOutput(update);

@@ -11,6 +11,8 @@
 
 #include <fuzzer/FuzzedDataProvider.h>
 
+#include <QRegularExpression>
+
 using namespace WindowRules;
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***)
@@ -44,6 +46,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     FUZZ_CHECK(block.startsWith(QStringLiteral("<b>error #") + QString::number(message.titleNumber) +
                                 QLatin1Char(':')));
     FUZZ_CHECK(block.count(QLatin1String("<br>")) >= 2);
+    QString bare = block; // no markup but the block's own: the details show as text
+    bare.remove(QRegularExpression(QStringLiteral("</?(b|br|ul|li)>")));
+    FUZZ_CHECK(!bare.contains(QLatin1Char('<')));
     const QString body = messageBody(message.text, block);
     FUZZ_CHECK(body.startsWith(message.text));
     FUZZ_CHECK(body.endsWith(QLatin1String("</i></div>")));

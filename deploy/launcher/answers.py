@@ -82,7 +82,8 @@ def download_options(url, path, fmt):
     """The tool's arguments for a download, the address last."""
     import re
     if not re.match(r"[A-Za-z][A-Za-z0-9+.-]*://", url):
-        # A media address of the sniffed list comes without its scheme; the
+        # An address of the sniffed list keeps the scheme the browser used;
+        # one reported without (an older add-on) is taken as http, and the
         # server redirects to https where it wants it.
         url = "http://" + url
     # 0 stands for a format without a numeric code (a direct media link):

@@ -29,7 +29,11 @@ except ValueError:
 
 
 def common():
-    return COMMON + EXTRA
+    # yt-dlp trusts certifi's list of authorities when it has one, which
+    # ignores OpenSSL's SSL_CERT_FILE and SSL_CERT_DIR: a trust store named
+    # there (a company's own authority) is what the user wants used.
+    named = os.environ.get("SSL_CERT_FILE") or os.environ.get("SSL_CERT_DIR")
+    return COMMON + (["--compat-options", "no-certifi"] if named else []) + EXTRA
 
 
 def query_title():

@@ -31,24 +31,24 @@ QString sizeText(const QJsonValue &value, QString *reason)
 
 } // namespace
 
-QString addressWithoutScheme(const QString &url, QString *reason)
+QString webAddress(const QString &url, QString *reason)
 {
-    QString address = url;
+    QString scheme, rest = url;
     const int slash = url.indexOf(QLatin1Char('/'));
     if (slash > 0 && url.midRef(slash - 1, 3) == QLatin1String("://")) {
-        const QString scheme = url.left(slash - 1).toLower();
+        scheme = url.left(slash - 1).toLower();
         if (scheme != QLatin1String("http") && scheme != QLatin1String("https")) {
             *reason = QStringLiteral("not a web address (%1)").arg(scheme.left(20));
             return QString();
         }
-        address = url.mid(slash + 2);
+        rest = url.mid(slash + 2);
     }
-    const QUrl parsed(QStringLiteral("http://") + address);
-    if (address.isEmpty() || !parsed.isValid() || parsed.host().isEmpty()) {
+    const QUrl parsed((scheme.isEmpty() ? QStringLiteral("http") : scheme) + QStringLiteral("://") + rest);
+    if (rest.isEmpty() || !parsed.isValid() || parsed.host().isEmpty()) {
         *reason = QStringLiteral("not a valid address");
         return QString();
     }
-    return address;
+    return scheme.isEmpty() ? rest : scheme + QStringLiteral("://") + rest;
 }
 
 Message readMessage(const QByteArray &json, bool commandsAllowed)
@@ -69,7 +69,7 @@ Message readMessage(const QByteArray &json, bool commandsAllowed)
             message.reason = QStringLiteral("unknown command");
         return message;
     }
-    const QString address = addressWithoutScheme(object.value(QLatin1String("url")).toString(), &message.reason);
+    const QString address = webAddress(object.value(QLatin1String("url")).toString(), &message.reason);
     if (address.isEmpty())
         return message;
     const QString size = sizeText(object.value(QLatin1String("size")), &message.reason);

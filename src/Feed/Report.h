@@ -7,8 +7,9 @@
 // through the native messaging host, or by vidorra2-sniff from a shell.
 namespace Feed {
 
-// One sniffed media file. The address carries no scheme: the program puts
-// "http://" in front of it, whatever scheme the browser saw.
+// One sniffed media file. The address keeps the scheme the browser used (http
+// or https); older add-ons report it without one, and the program then puts
+// "http://" in front.
 struct Report
 {
     QString address;
@@ -35,9 +36,9 @@ constexpr int maxMessageBytes = 64 * 1024;
 // that is http, https or scheme-less with a host; anything else is dropped.
 Message readMessage(const QByteArray &json, bool commandsAllowed);
 
-// The address without its scheme; empty, with `reason` set, when it does not
-// name a web address.
-QString addressWithoutScheme(const QString &url, QString *reason);
+// The address with its scheme in lower case, or without one when it came
+// without; empty, with `reason` set, when it does not name a web address.
+QString webAddress(const QString &url, QString *reason);
 
 // One line of the program's socket ("\n"-terminated compact JSON).
 QByteArray reportLine(const Report &report);

@@ -58,7 +58,8 @@ void Sniffer::onClickOldSnifferPreview()
     // Played on its own, not waited for; what it prints is not ours to show.
     QProcess player;
     player.setProgram(QDir::toNativeSeparators(QCoreApplication::applicationDirPath() + QStringLiteral("/ffplay")));
-    player.setArguments({sniffedEntries[index].url.trimmed()});
+    player.setArguments(
+        SniffedRules::previewArguments(sniffedEntries[index].url, qEnvironmentVariable("SSL_CERT_FILE")));
     player.setStandardOutputFile(QProcess::nullDevice());
     player.setStandardErrorFile(QProcess::nullDevice());
     qint64 pid = 0;

@@ -66,9 +66,38 @@ QString extensionForType(const QString &type)
     return known.value(sub, sub);
 }
 
+namespace {
+bool startsWithWebScheme(const QString &url)
+{
+    return url.startsWith(QLatin1String("http://"), Qt::CaseInsensitive) ||
+           url.startsWith(QLatin1String("https://"), Qt::CaseInsensitive);
+}
+} // namespace
+
+QString listedAddress(const QString &reported)
+{
+    return startsWithWebScheme(reported) ? reported : QStringLiteral("http://") + reported;
+}
+
 QString transferAddress(const QString &url)
 {
-    return url.trimmed().remove(QStringLiteral("http://"));
+    QString address = url.trimmed();
+    if (address.startsWith(QLatin1String("http://"), Qt::CaseInsensitive))
+        address.remove(0, 7);
+    return address;
+}
+
+QStringList previewArguments(const QString &url, const QString &trustFile)
+{
+    // ffplay refuses to start with an option its input does not take: the
+    // TLS ones go with https addresses only.
+    const QString address = url.trimmed();
+    QStringList arguments;
+    if (address.startsWith(QLatin1String("https://"), Qt::CaseInsensitive))
+        arguments << QStringLiteral("-tls_verify") << QStringLiteral("1");
+    if (!arguments.isEmpty() && !trustFile.isEmpty())
+        arguments << QStringLiteral("-ca_file") << trustFile;
+    return arguments << address;
 }
 
 QString versionFromUpdateOutput(const QString &output)

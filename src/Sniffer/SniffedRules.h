@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QString>
+#include <QStringList>
 
 // The rules of the sniffed media list and of the downloader's update notice,
 // kept free of widgets so the slots only wire them to the window.
@@ -34,8 +35,20 @@ QString rowText(const QString &first, const QString &second, const QString &thir
 // "audio/mpeg" "mp3"); the type's own sub-type when it is not a known one.
 QString extensionForType(const QString &type);
 
-// The address handed to the downloader: trimmed, every "http://" removed.
+// The address a report is listed under: as reported when it names its
+// scheme (http or https, as the browser used it), else "http://" in front
+// (older add-ons report addresses without their scheme).
+QString listedAddress(const QString &reported);
+
+// The address handed to the downloader: trimmed, a leading "http://"
+// removed (the launcher puts it back); "https://" and anything inside the
+// address stay.
 QString transferAddress(const QString &url);
+
+// ffplay's arguments for a preview: for an https address the server's
+// certificate is checked (against the system's authorities, or the file
+// OpenSSL's SSL_CERT_FILE names), so it is played from its own server only.
+QStringList previewArguments(const QString &url, const QString &trustFile);
 
 // The downloader's version from what its update printed: digits, dots and
 // "+" only, no "...", a final dot cut with the character before it, and

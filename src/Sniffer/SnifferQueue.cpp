@@ -1,4 +1,5 @@
 #include "Sniffer/SnifferQueue.h"
+#include "Sniffer/SniffedRules.h"
 
 #include <QDebug>
 #include <QMutexLocker>
@@ -10,7 +11,7 @@ UrlQueue g_urlData;
 
 void VideoSnifferCallback(std::string address, std::string source, std::string size, std::string type)
 {
-    const QByteArray url = (QStringLiteral("http://") + QString::fromUtf8(address.c_str())).toLatin1();
+    const QByteArray url = SniffedRules::listedAddress(QString::fromUtf8(address.c_str())).toLatin1();
     QMutexLocker locker(&g_urlData.lock);
     if (g_urlData.records.size() >= urlQueueLimit) {
         // A flood would only grow memory; the list keeps 25 entries anyway.

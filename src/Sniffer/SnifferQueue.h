@@ -6,8 +6,8 @@
 #include <string>
 
 // One media address reported from outside, as it was reported: the address
-// with its "http://" prefix, the page it came from, its size in bytes as
-// decimal text and its media type.
+// with its scheme, the page it came from, its size in bytes as decimal text
+// and its media type.
 struct UrlData
 {
     std::string url;
@@ -31,7 +31,8 @@ constexpr int urlQueueLimit = 5000;
 
 // Entry point for whatever notices media: queues the report and does
 // nothing else (no widget is touched, so any thread may call it). The
-// address comes without its scheme; "http://" is put in front.
+// address keeps the scheme it comes with; "http://" is put in front of one
+// that has none.
 void VideoSnifferCallback(std::string address, std::string source, std::string size, std::string type);
 
 // Takes the oldest waiting report; false when there is none.

@@ -84,7 +84,9 @@ MessageRow splitMessageRow(const QString &row)
 
 QString errorDetailsBlock(int number, int selector, const QStringList &details)
 {
-    auto at = [&details](int i) { return i < details.size() ? details.at(i) : QStringLiteral("?"); };
+    // The details hold paths and the words of tools and servers: shown as
+    // they are written, never read as markup (a server's "<a href" is no link).
+    auto at = [&details](int i) { return i < details.size() ? details.at(i).toHtmlEscaped() : QStringLiteral("?"); };
 
     const QString first =
         QStringLiteral("<b>error #") + QString::number(number) + QStringLiteral(":") + at(1) + QStringLiteral("</b>");
@@ -95,11 +97,11 @@ QString errorDetailsBlock(int number, int selector, const QStringList &details)
     if (details.size() < 4) {
         third += QStringLiteral("---");
     } else if (details.size() < 5) {
-        third += details.at(3);
+        third += at(3);
     } else {
         third += QStringLiteral("<ul>");
         for (int i = 3; i < details.size(); ++i)
-            third += QStringLiteral("<li>") + details.at(i) + QStringLiteral("</li>");
+            third += QStringLiteral("<li>") + at(i) + QStringLiteral("</li>");
         third += QStringLiteral("</ul>");
     }
     return QStringList{first, second, third}.join(QStringLiteral("<br>"));

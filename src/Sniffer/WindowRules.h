@@ -39,8 +39,9 @@ void dotsNext(int &count, bool &growing);
 QString messageTable(int selector);
 bool isErrorSelector(int selector);
 
-// The text of a message box: the message text, then for errors the
-// technical block (number, place, comments) in small italic print.
+// The text of a message box: the message text (the program's own, which may
+// hold markup and links), then for errors the technical block (number, place,
+// comments) in small italic print, its details escaped to plain text.
 QString errorDetailsBlock(int number, int selector, const QStringList &details);
 QString messageBody(const QString &text, const QString &detailsBlock);
 

@@ -66,8 +66,8 @@ private slots:
     {
         // The address and size stored; empty: dropped.
         const QList<QPair<QByteArray, QString>> rows{
-            {report("http://a.example/v.mp4", "100000"), "a.example/v.mp4 100000"},
-            {report("HTTPS://a.example/v?x=1", "7"), "a.example/v?x=1 7"},
+            {report("http://a.example/v.mp4", "100000"), "http://a.example/v.mp4 100000"},
+            {report("HTTPS://a.example/v?x=http://b", "7"), "https://a.example/v?x=http://b 7"}, // the scheme kept
             {report("a.example:8080/v.webm", "0"), "a.example:8080/v.webm 0"},
             {report("a.example/v", "#123456#"), "a.example/v 123456"},
             {report("a.example/v", "000123"), "a.example/v 123"},
@@ -111,7 +111,7 @@ private slots:
         auto server = std::make_unique<SniffServer>();
         QVERIFY2(server->listen(), qPrintable(server->errorString()));
         QVERIFY(!SniffServer().listen()); // the socket of a running instance is never taken
-        QStringList reports, expected{received("first.example/v"), received("last.example/v")};
+        QStringList reports, expected{received("http://first.example/v"), received("https://last.example/v")};
         collect(*server, &reports);
 
         QByteArray input = frame(report("http://first.example/v")) + frame(QByteArray(70 * 1024, 'x')) +
@@ -168,7 +168,7 @@ private slots:
         QCOMPARE(process.exitCode(), status);
         QCOMPARE(process.readAllStandardError().count('\n'), status == 0 ? 0 : 1);
         waitFor([&] { return !reports.isEmpty(); }, status == 0 ? 15000 : 300);
-        QCOMPARE(reports, status == 0 ? QStringList{received("a.example/v")} : QStringList());
+        QCOMPARE(reports, status == 0 ? QStringList{received("https://a.example/v")} : QStringList());
     }
 };
 

@@ -67,8 +67,8 @@ private slots:
         QCOMPARE(split("~"), QString("0|"));
         QCOMPARE(errorDetailsBlock(9, 1, {}), QString("<b>error #9:?</b><br>in '?' : ?<br>comment: ---"));
         QCOMPARE(errorDetailsBlock(1, 1, {"f", "7", "g"}), QString("<b>error #1:7</b><br>in 'g' : f<br>comment: ---"));
-        QCOMPARE(errorDetailsBlock(4, 1, {"src/Sniffer/Locker", "31", "checkLocker", "/tmp/locker"}),
-                 QString("<b>error #4:31</b><br>in 'checkLocker' : src/Sniffer/Locker<br>comment: /tmp/locker"));
+        QCOMPARE(errorDetailsBlock(4, 1, {"src/Sniffer/Locker", "31", "checkLocker", "<a>"}), // text, not markup
+                 QString("<b>error #4:31</b><br>in 'checkLocker' : src/Sniffer/Locker<br>comment: &lt;a&gt;"));
         QCOMPARE(errorDetailsBlock(3, 2, {"f", "7", "g", "a", "b", "c"}),
                  QString("<b>error #3:7</b><br>[DL] in 'g' : f<br>comment: <ul><li>a</li><li>b</li><li>c</li></ul>"));
         QCOMPARE(messageBody("Text", "B"), QString("Text<br><br><hr><div style=\"font-size:10px\"><i>B</i></div>"));
@@ -371,7 +371,12 @@ private slots:
         QCOMPARE(extensions, (QStringList{"mp4", "flv", "mp3", "mov", "mp4"}));
         QCOMPARE(toolComplaint("warning\nERROR: HTTP 403\nlast", 1) + "|" + toolComplaint("one\ntwo\n", 1),
                  QString("ERROR: HTTP 403|two"));
-        QCOMPARE(transferAddress(" http://a/http://b "), QString("a/b"));
+        // The scheme the browser used is kept: http only where none was reported; ffplay's TLS options for https.
+        QCOMPARE(QStringList({listedAddress("a"), listedAddress("HTTPS://a"), transferAddress(" http://a?b=http://c "),
+                              transferAddress("https://a")}),
+                 QStringList({"http://a", "HTTPS://a", "a?b=http://c", "https://a"}));
+        QCOMPARE(previewArguments("https://a ", "/c") + previewArguments("http://a", "/c"),
+                 QStringList({"-tls_verify", "1", "-ca_file", "/c", "https://a", "http://a"}));
     }
 
     void hitTest()

@@ -233,10 +233,6 @@ private slots:
         QCOMPARE(sniffer.uiOptions->lblTitle->text(), QString("My own title"));
         QTest::keyClick(&sniffer, Qt::Key_Escape);
         QVERIFY2(sniffer.isVisible(), "Escape closed the window");
-        sniffer.appSettings.errorDetails = QStringList{"src/Fiofostis/X", "28", "gotTitle", "a", "b", "c"};
-        closeNextMessage(&boxTitle, &boxText);
-        sniffer.showErrorMessage(Downloader::errorTitle);
-        QVERIFY(boxText.contains("[DL] in 'gotTitle' : src/Fiofostis/X<br>comment: <ul><li>a</li><li>b</li>"));
         // A warning shows no details.
         closeNextMessage(&boxTitle, &boxText);
         sniffer.showWarningMessage(static_cast<Sniffer::appFlag>(1));

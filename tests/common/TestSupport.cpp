@@ -149,7 +149,8 @@ bool MediaServer::start(const QString &folder, const QStringList &extra)
     if (!process.waitForStarted(10000) || !process.waitForReadyRead(10000))
         return false;
     const QString first = QString::fromLatin1(process.readLine()).trimmed();
-    url = first.startsWith("PORT ") ? "http://127.0.0.1:" + first.mid(5) : QString();
+    const QString scheme = extra.contains("--tls") ? "https" : "http";
+    url = first.startsWith("PORT ") ? scheme + "://127.0.0.1:" + first.mid(5) : QString();
     return !url.isEmpty();
 }
 

@@ -28,7 +28,7 @@ bool writeSettings(const QString &dataFolder, const QString &body);
 // The whole of a file, written (true when all of it went) or read (empty when it cannot be).
 bool writeFile(const QString &path, const QByteArray &bytes);
 QByteArray readFile(const QString &path);
-// fixtures/media_server.py serving a folder until the object goes; `url` is "http://127.0.0.1:<port>".
+// fixtures/media_server.py serving a folder until the object goes; `url`: "http://127.0.0.1:<port>" (https: --tls).
 struct MediaServer
 {
     bool start(const QString &folder, const QStringList &extra = {});

@@ -96,11 +96,6 @@ class LauncherTest(unittest.TestCase):
                 self.assertNotRegex(progress[0], r"^\[download\]\s+0(\.0)?%")  # read as the program does
                 self.assertRegex(progress[-1], r"^\[download\]\s+100(\.0)?%")
 
-    def test_address_without_scheme(self):
-        """A sniffed address comes without its scheme, whatever its query holds."""
-        r = run(self.base[len("http://"):] + "clip.mp4?from=http://x", "-o", os.path.join(self.dir, "s.mp4"), "--format", "0")
-        self.assertEqual((r.returncode, os.path.getsize(os.path.join(self.dir, "s.mp4")) > 100000), (0, True), r.stderr)
-
     def test_kill_stops_the_transfer(self):
         """Data goes to PATH.part; killing the launcher (the program's stop) stops the transfer, whether the
         launcher runs it itself or its helper does."""

@@ -1,5 +1,5 @@
 // Nothing stood in: the launcher and yt-dlp fetch media made here from 127.0.0.1 and ffmpeg converts, for the
-// engine alone and for the window, which gets real X keys.
+// engine alone and for the window, which gets real X keys; a server's refusal shows in the error box as text.
 #include "Sniffer/Sniffer.h"
 #include "TestSupport.h"
 #include "ui_InsertURL.h"
@@ -94,7 +94,7 @@ private slots:
         QVERIFY(!QFile::exists(video));
     }
 
-    void pageToMkvAndM4aThroughTheWindow()
+    void pageToMkvAndM4aThroughTheWindowAndARefusalAsText()
     {
         sniffer = std::make_unique<Sniffer>(nullptr);
         sniffer->start();
@@ -121,6 +121,16 @@ private slots:
         QVERIFY(save(sniffer->uiOptions->btnDownloadAudio, "Sunrise Tone", "MP4 Audio (*.m4a)"));
         QCOMPARE(QDir(out.path()).entryList(QDir::Files), (QStringList{"Sunrise Tone.m4a", "Sunrise.mkv"}));
         QCOMPARE(streams(out.filePath("Sunrise Tone.m4a")), QString("aac=audio"));
+        // A 403 whose status text holds a link fails a list save: the error box shows the markup as text, no link.
+        const QString link = "<a href=\"http://127.0.0.1:9/\">update</a>";
+        sniffer->runOldSniffer();
+        sniffer->Append(server.url + "/clip.mp4?refuse=" + QUrl::toPercentEncoding(link), "", "200000", "video/mp4");
+        answerSaveDialog(out.filePath("Refused"));
+        QString title, text;
+        closeNextMessage(&title, &text, 120000);
+        sniffer->onClickOldSnifferDownloadVideo();
+        QVERIFY(waitFor([&] { return !text.isEmpty(); }, 120000));
+        QVERIFY2(QTextDocumentFragment::fromHtml(text).toPlainText().contains("403: " + link), qPrintable(text));
     }
 };
 

@@ -1,7 +1,7 @@
-// From a real Chromium to a saved file: a page on 127.0.0.1 plays a clip, the
-// add-on reports it through the host (connected by the program's own command),
-// the row shows in the window's list, Preview plays it with the real ffplay,
-// and Download video saves it with the real launcher and yt-dlp.
+// From a real Chromium to a saved file: an https page on 127.0.0.1 plays a clip,
+// the add-on reports it through the host (connected by the program's own command),
+// the row shows in the window's list, Preview plays it with the real ffplay, and
+// Download video saves it with the real launcher and yt-dlp, over https all.
 #include "TestSupport.h"
 
 #include <csignal>
@@ -24,7 +24,7 @@ public:
     {
         return QString("--no-sandbox --no-first-run --no-default-browser-check --disable-gpu "
                        "--disable-background-networking --disable-component-update --disable-sync --disable-quic "
-                       "--disable-dev-shm-usage --password-store=basic "
+                       "--disable-dev-shm-usage --password-store=basic --ignore-certificate-errors "
                        "--disable-features=DisableLoadExtensionCommandLineSwitch "
                        "--load-extension=" VIDORRA_SOURCE_DIR "/extension")
                    .split(' ')
@@ -58,7 +58,7 @@ class TestFeedBrowser : public QObject
 {
     Q_OBJECT
 
-    QTemporaryDir media, saved;
+    QTemporaryDir media, saved, tls;
     MediaServer server;
 
     // The X window whose title names `what` (ffplay's shows the address it plays).
@@ -75,7 +75,11 @@ private slots:
         QVERIFY(makeClip(media.filePath("clip.mp4"), 10.0));
         QVERIFY(writeFile(media.filePath("page.html"),
                           "<!doctype html><title>clip</title><video autoplay muted src=\"clip.mp4\"></video>\n"));
-        QVERIFY(server.start(media.path()));
+        const QString cert = tls.filePath("cert.pem"), key = tls.filePath("key.pem");
+        runTool("openssl", {"req", "-x509", "-newkey", "rsa:2048", "-nodes", "-subj", "/CN=127.0.0.1", "-addext",
+                            "subjectAltName=IP:127.0.0.1", "-keyout", key, "-out", cert});
+        qputenv("SSL_CERT_FILE", cert.toLocal8Bit()); // trusted by ffplay and yt-dlp; Chromium takes any
+        QVERIFY(server.start(media.path(), {"--tls", cert, key}));
         QVERIFY(writeSettings(qEnvironmentVariable("XDG_DATA_HOME") + "/Vidorra 2", {}));
     }
 
@@ -98,7 +102,7 @@ private slots:
             waitFor([&] { return list->count() > 0; }, 10000);
         }
         QCOMPARE(list->count(), 1);
-        const QString url = "http://" + QUrl(server.url).authority() + "/clip.mp4";
+        const QString url = server.url + "/clip.mp4"; // https
         QCOMPARE(sniffer.sniffedEntries[0].url, url);
         QCOMPARE(sniffer.sniffedEntries[0].type, QString("video/mp4"));
         QCOMPARE(sniffer.sniffedEntries[0].sizeBytes, QFileInfo(media.filePath("clip.mp4")).size());
