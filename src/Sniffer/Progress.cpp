@@ -66,5 +66,7 @@ void Sniffer::stopLastProcess()
         progressTimer->stop();
     progressBar->setValue(progressBar->maximum());
     downloader->stop();
+    saveFiles.removeCreated();
+    outputTarget.clear();
     showLayer(LayerMain);
 }

@@ -40,30 +40,42 @@ QString rowText(const QString &first, const QString &second, const QString &thir
     return first.leftJustified(22, QLatin1Char(' ')) + second.leftJustified(14, QLatin1Char(' ')) + third;
 }
 
+namespace {
+
+const QHash<QString, QString> &mediaTypes()
+{
+    // Keys as the list keeps them: lower case, "x-" removed.
+    static const QHash<QString, QString> table{
+        {QStringLiteral("video/mp4"), QStringLiteral("mp4")},        {QStringLiteral("video/webm"), QStringLiteral("webm")},
+        {QStringLiteral("video/flv"), QStringLiteral("flv")},        {QStringLiteral("video/3gpp"), QStringLiteral("3gp")},
+        {QStringLiteral("video/quicktime"), QStringLiteral("mov")},  {QStringLiteral("video/mpeg"), QStringLiteral("mpg")},
+        {QStringLiteral("video/msvideo"), QStringLiteral("avi")},    {QStringLiteral("video/matroska"), QStringLiteral("mkv")},
+        {QStringLiteral("video/ms-wmv"), QStringLiteral("wmv")},     {QStringLiteral("video/ms-asf"), QStringLiteral("asf")},
+        {QStringLiteral("video/ogg"), QStringLiteral("ogv")},        {QStringLiteral("video/mp2t"), QStringLiteral("ts")},
+        {QStringLiteral("video/m4v"), QStringLiteral("m4v")},        {QStringLiteral("audio/mpeg"), QStringLiteral("mp3")},
+        {QStringLiteral("audio/mp3"), QStringLiteral("mp3")},        {QStringLiteral("audio/mp4"), QStringLiteral("m4a")},
+        {QStringLiteral("audio/m4a"), QStringLiteral("m4a")},        {QStringLiteral("audio/aac"), QStringLiteral("aac")},
+        {QStringLiteral("audio/mp4a-latm"), QStringLiteral("m4a")},  {QStringLiteral("audio/wav"), QStringLiteral("wav")},
+        {QStringLiteral("audio/wave"), QStringLiteral("wav")},       {QStringLiteral("audio/vnd.wave"), QStringLiteral("wav")},
+        {QStringLiteral("audio/ogg"), QStringLiteral("ogg")},        {QStringLiteral("audio/webm"), QStringLiteral("weba")},
+        {QStringLiteral("audio/flac"), QStringLiteral("flac")},      {QStringLiteral("audio/aiff"), QStringLiteral("aiff")},
+        {QStringLiteral("audio/ms-wma"), QStringLiteral("wma")},
+    };
+    return table;
+}
+
+} // namespace
+
 QString extensionForType(const QString &type)
 {
-    static const QHash<QString, QString> known{
-        {QStringLiteral("mpeg"), QStringLiteral("mpg")},     {QStringLiteral("quicktime"), QStringLiteral("mov")},
-        {QStringLiteral("3gpp"), QStringLiteral("3gp")},     {QStringLiteral("msvideo"), QStringLiteral("avi")},
-        {QStringLiteral("matroska"), QStringLiteral("mkv")}, {QStringLiteral("ms-wmv"), QStringLiteral("wmv")},
-        {QStringLiteral("ms-asf"), QStringLiteral("asf")},   {QStringLiteral("wave"), QStringLiteral("wav")},
-        {QStringLiteral("ms-wma"), QStringLiteral("wma")},   {QStringLiteral("aiff"), QStringLiteral("aiff")},
-        {QStringLiteral("vnd.wave"), QStringLiteral("wav")}, {QStringLiteral("mp4a-latm"), QStringLiteral("m4a")},
-    };
-    const QString main = type.section(QLatin1Char('/'), 0, 0).trimmed().toLower();
-    QString sub = type.section(QLatin1Char('/'), 1).section(QLatin1Char(';'), 0, 0).trimmed().toLower();
-    sub.remove(QRegularExpression(QStringLiteral("[^a-z0-9.+-]")));
-    if (main == QLatin1String("audio")) {
-        if (sub == QLatin1String("mpeg") || sub == QLatin1String("mp3"))
-            return QStringLiteral("mp3");
-        if (sub == QLatin1String("mp4") || sub == QLatin1String("aac"))
-            return QStringLiteral("m4a");
-    }
-    if (main == QLatin1String("audio") && sub.isEmpty())
-        return QStringLiteral("mp3");
-    if (sub.isEmpty() || (main != QLatin1String("audio") && main != QLatin1String("video")))
-        return QStringLiteral("mp4");
-    return known.value(sub, sub);
+    QString key = type.section(QLatin1Char(';'), 0, 0).trimmed().toLower();
+    key.remove(QStringLiteral("x-"));
+    return mediaTypes().value(key);
+}
+
+bool isMediaExtension(const QString &extension)
+{
+    return !extension.isEmpty() && !mediaTypes().key(extension).isEmpty();
 }
 
 QString transferAddress(const QString &url)
