@@ -1,6 +1,5 @@
 #include "Sniffer/SniffedRules.h"
 
-#include <QHash>
 #include <QRegularExpression>
 #include <QStringList>
 
@@ -42,27 +41,16 @@ QString rowText(const QString &first, const QString &second, const QString &thir
 
 namespace {
 
-const QHash<QString, QString> &mediaTypes()
-{
-    // Keys as the list keeps them: lower case, "x-" removed.
-    static const QHash<QString, QString> table{
-        {QStringLiteral("video/mp4"), QStringLiteral("mp4")},        {QStringLiteral("video/webm"), QStringLiteral("webm")},
-        {QStringLiteral("video/flv"), QStringLiteral("flv")},        {QStringLiteral("video/3gpp"), QStringLiteral("3gp")},
-        {QStringLiteral("video/quicktime"), QStringLiteral("mov")},  {QStringLiteral("video/mpeg"), QStringLiteral("mpg")},
-        {QStringLiteral("video/msvideo"), QStringLiteral("avi")},    {QStringLiteral("video/matroska"), QStringLiteral("mkv")},
-        {QStringLiteral("video/ms-wmv"), QStringLiteral("wmv")},     {QStringLiteral("video/ms-asf"), QStringLiteral("asf")},
-        {QStringLiteral("video/ogg"), QStringLiteral("ogv")},        {QStringLiteral("video/mp2t"), QStringLiteral("ts")},
-        {QStringLiteral("video/m4v"), QStringLiteral("m4v")},        {QStringLiteral("audio/mpeg"), QStringLiteral("mp3")},
-        {QStringLiteral("audio/mp3"), QStringLiteral("mp3")},        {QStringLiteral("audio/mp4"), QStringLiteral("m4a")},
-        {QStringLiteral("audio/m4a"), QStringLiteral("m4a")},        {QStringLiteral("audio/aac"), QStringLiteral("aac")},
-        {QStringLiteral("audio/mp4a-latm"), QStringLiteral("m4a")},  {QStringLiteral("audio/wav"), QStringLiteral("wav")},
-        {QStringLiteral("audio/wave"), QStringLiteral("wav")},       {QStringLiteral("audio/vnd.wave"), QStringLiteral("wav")},
-        {QStringLiteral("audio/ogg"), QStringLiteral("ogg")},        {QStringLiteral("audio/webm"), QStringLiteral("weba")},
-        {QStringLiteral("audio/flac"), QStringLiteral("flac")},      {QStringLiteral("audio/aiff"), QStringLiteral("aiff")},
-        {QStringLiteral("audio/ms-wma"), QStringLiteral("wma")},
-    };
-    return table;
-}
+// Keys as the list keeps them: lower case, "x-" removed.
+const char *const mediaTypes[][2] = {
+    {"video/mp4", "mp4"},    {"video/webm", "webm"},     {"video/flv", "flv"},       {"video/3gpp", "3gp"},
+    {"video/mpeg", "mpg"},   {"video/quicktime", "mov"}, {"video/msvideo", "avi"},   {"video/matroska", "mkv"},
+    {"video/ms-wmv", "wmv"}, {"video/ms-asf", "asf"},    {"video/ogg", "ogv"},       {"video/mp2t", "ts"},
+    {"video/m4v", "m4v"},    {"audio/mpeg", "mp3"},      {"audio/mp3", "mp3"},       {"audio/mp4", "m4a"},
+    {"audio/m4a", "m4a"},    {"audio/aac", "aac"},       {"audio/mp4a-latm", "m4a"}, {"audio/wav", "wav"},
+    {"audio/wave", "wav"},   {"audio/vnd.wave", "wav"},  {"audio/ogg", "ogg"},       {"audio/webm", "weba"},
+    {"audio/flac", "flac"},  {"audio/aiff", "aiff"},     {"audio/ms-wma", "wma"},
+};
 
 } // namespace
 
@@ -70,12 +58,18 @@ QString extensionForType(const QString &type)
 {
     QString key = type.section(QLatin1Char(';'), 0, 0).trimmed().toLower();
     key.remove(QStringLiteral("x-"));
-    return mediaTypes().value(key);
+    for (const auto &row : mediaTypes)
+        if (key == QLatin1String(row[0]))
+            return QLatin1String(row[1]);
+    return QString();
 }
 
 bool isMediaExtension(const QString &extension)
 {
-    return !extension.isEmpty() && !mediaTypes().key(extension).isEmpty();
+    for (const auto &row : mediaTypes)
+        if (extension == QLatin1String(row[1]))
+            return true;
+    return false;
 }
 
 QString transferAddress(const QString &url)
