@@ -1,6 +1,5 @@
 #include <QDebug>
 #include <QDir>
-#include <QFileInfo>
 #include <QGuiApplication>
 #include <QIcon>
 #include <QKeySequence>
@@ -10,8 +9,6 @@
 #include <QScreen>
 #include <QShortcut>
 #include <QTimer>
-
-#include <utility>
 
 #include "Sniffer/DownloadRules.h"
 #include "Sniffer/Sniffer.h"
@@ -146,16 +143,16 @@ void Sniffer::runDownloader()
     // name in another container is never touched, and the chosen one is
     // replaced only by the finished result (postDownload).
     const QString chosen = outputExtension.isEmpty() ? downloaded : outputExtension;
+    discardSave();
     outputTarget = outputVideoFile + QLatin1Char('.') + chosen;
-    saveFiles.removeCreated();
     outputVideoFile = saveFiles.create(
         outputTarget, SniffedRules::isMediaExtension(downloaded) ? downloaded : QStringLiteral("media"));
     outputAudioFile = chosen == downloaded ? outputVideoFile : saveFiles.create(outputTarget, chosen);
     // A failing download reports nothing and would leave the progress page
     // waiting; a folder that cannot take the file is told at once instead.
     if (outputVideoFile.isEmpty() || outputAudioFile.isEmpty()) {
-        saveFiles.removeCreated();
-        const QString target = QDir::toNativeSeparators(std::exchange(outputTarget, QString()));
+        const QString target = QDir::toNativeSeparators(outputTarget);
+        discardSave();
         qCritical() << "!!! ERROR: "
                     << "src/Sniffer/DownloadFile.cpp" << __LINE__ << "runDownloader"
                     << ":"
@@ -166,6 +163,12 @@ void Sniffer::runDownloader()
 
     progressBarStart();
     downloader->requestFile(code, QDir::toNativeSeparators(outputVideoFile));
+}
+
+void Sniffer::discardSave()
+{
+    saveFiles.removeCreated();
+    outputTarget.clear();
 }
 
 void Sniffer::showFileNotCreated(const QString &target)
@@ -216,11 +219,9 @@ void Sniffer::postDownload()
     setStyleSheet(QString());
 
     // The finished work file takes the chosen file's place in one step.
-    bool saved = true;
-    const QString target = std::exchange(outputTarget, QString());
-    if (!target.isEmpty())
-        saved = saveFiles.commit(outputAudioFile, target);
-    saveFiles.removeCreated();
+    const QString target = outputTarget;
+    const bool saved = target.isEmpty() || saveFiles.commit(outputAudioFile, target);
+    discardSave();
     if (saved) {
         QMessageBox::information(this, QStringLiteral("Processing state:"), QStringLiteral("Processing is completed"),
                                  QMessageBox::Ok);
@@ -258,8 +259,7 @@ void Sniffer::showSignInNeeded()
 void Sniffer::onDownloaderError(Downloader::errors error)
 {
     showLayer(LayerInsertURL);
-    saveFiles.removeCreated();
-    outputTarget.clear();
+    discardSave();
     const int line = __LINE__;
     qCritical() << "!!! ERROR: "
                 << "src/Sniffer/DownloadFile.cpp" << line << "onDownloaderError"

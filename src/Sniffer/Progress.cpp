@@ -66,7 +66,6 @@ void Sniffer::stopLastProcess()
         progressTimer->stop();
     progressBar->setValue(progressBar->maximum());
     downloader->stop();
-    saveFiles.removeCreated();
-    outputTarget.clear();
+    discardSave();
     showLayer(LayerMain);
 }

@@ -137,7 +137,7 @@ void Sniffer::saveRecorderAV(QString file)
 
     // Copied or converted into a work file beside the target, which takes
     // the target's place at the end (postDownload).
-    saveFiles.removeCreated();
+    discardSave();
     outputTarget = QDir::fromNativeSeparators(target);
     outputAudioFile = saveFiles.create(outputTarget, outputExtension);
     if (QFileInfo(source).suffix() != outputExtension && !outputAudioFile.isEmpty()) {
@@ -149,8 +149,7 @@ void Sniffer::saveRecorderAV(QString file)
         for (const QString &work : {recordedAudio, recordedVideo, recordedResult})
             QFile::remove(work);
     } else {
-        saveFiles.removeCreated();
-        outputTarget.clear();
+        discardSave();
         qCritical() << "src/Sniffer/RecorderAV.cpp" << __LINE__ << "saveRecorderAV"
                     << ":"
                     << "File " + target + "cannot be created";

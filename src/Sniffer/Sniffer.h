@@ -133,6 +133,9 @@ public:
     QString fixExtension(const QString &name, const QString &extension);
     // The "Processing error:" box for a file that could not be written.
     void showFileNotCreated(const QString &target);
+    // Ends the current save on disk: removes exactly the work files it
+    // created (never the chosen file, nor anything that was there before).
+    void discardSave();
     // Whether the user lets `path`, which exists, be replaced.
     bool confirmReplace(const QString &path);
 
