@@ -339,14 +339,14 @@ private slots:
         while (media->count())
             sniffer->onClickOldSnifferRemove();
         QVERIFY(!sniffer->uiOldSniffer->pbDownloadVideo->isEnabled() && !sniffer->uiOldSniffer->pbPreview->isEnabled());
-        // Saves from the list transfer the media.
+        // Saves from the list transfer the media; a type outside the table leaves the typed media extension.
         scenario("[download]\npart: 4096\nmedia: " + clip +
                  "\n[download 2]\npart: 4096\nexit: 1\n[download 3]\nmedia: " + clip + "\n");
-        report("media.example/clip.mp4", 300000);
+        report("media.example/clip.mp4", 300000, "video/mp4.desktop");
         sniffer->uiSettings->pathVideo->setText(work.path());
         sniffer->uiSettings->pathAudio->setText(work.path());
         QSignalSpy finished(sniffer.get(), &Sniffer::downloadFinished);
-        save(sniffer->uiOldSniffer->pbDownloadVideo, "My clip");
+        save(sniffer->uiOldSniffer->pbDownloadVideo, "My clip.mp4");
         QCOMPARE(square(0), QColor(0xf2, 0xc2, 0x30).rgb());
         report("media.example/other.mp4", 400000); // a new row leaves the save's button off
         QVERIFY(!sniffer->uiOldSniffer->pbDownloadVideo->isEnabled() && waitFor([&] { return finished.size() == 1; }));
