@@ -24,7 +24,6 @@ public:
 
     void start();
     // Ends the transfer at once and removes what it had written; no signal.
-    // The same removal follows every failure: files.removeCreated().
     void stop();
     bool isRunning() const
     {
