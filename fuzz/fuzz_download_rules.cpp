@@ -8,6 +8,7 @@
 #include "FuzzSupport.h"
 
 #include "Sniffer/DownloadRules.h"
+#include "Sniffer/SniffedRules.h"
 
 #include <fuzzer/FuzzedDataProvider.h>
 
@@ -97,6 +98,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     fileName.chop(extension.size() + 1);
     FUZZ_CHECK(FuzzSupport::onlyOf(fileName, saveNameCharacters));
     FUZZ_CHECK(!fileName.contains(QLatin1String("  ")));
+
+    // No extension wanted: the typed one only when it is a media extension.
+    const QString neutral = cleanSaveAsPath(typed, QString());
+    const QString kept = neutral.mid(neutral.lastIndexOf(QLatin1Char('.')) + 1);
+    FUZZ_CHECK(kept == QLatin1String("media") || SniffedRules::isMediaExtension(kept));
 
     const QString withPattern = withFilterPattern(saveAs, filter);
     FUZZ_CHECK(withPattern.endsWith(filterPattern(filter)));

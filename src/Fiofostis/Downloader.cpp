@@ -56,7 +56,8 @@ void Downloader::stop()
 {
     // Every job ends, the address queries too: a cancelled address must not
     // answer later. Safe to call any number of times.
-    for (QProcess **child : {&processTitle, &processFormats, &processUpdate, &processTest, &processFile, &processFFmpeg})
+    for (QProcess **child :
+         {&processTitle, &processFormats, &processUpdate, &processTest, &processFile, &processFFmpeg})
         endChild(*child);
     if (step == stepFile) {
         QFile::remove(partFile);

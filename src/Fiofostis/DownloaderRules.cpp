@@ -148,9 +148,9 @@ QStringList ffmpegArguments(const QString &input, const QString &output, Downloa
     // Audio targets take the codec ffmpeg picks for their extension; an
     // audio file gets no picture stream (nor the time to encode one), nor
     // does a recording saved as sound (M4A or OGG would keep one).
-    static const QStringList soundOnly{QStringLiteral("wav"), QStringLiteral("mp3"),  QStringLiteral("m4a"),
+    static const QStringList soundOnly{QStringLiteral("wav"),  QStringLiteral("mp3"), QStringLiteral("m4a"),
                                        QStringLiteral("aiff"), QStringLiteral("wma"), QStringLiteral("flac"),
-                                       QStringLiteral("aac"), QStringLiteral("ogg")};
+                                       QStringLiteral("aac"),  QStringLiteral("ogg")};
     if (from == Downloader::fromAudioExtraction || (from == Downloader::fromRecording && soundOnly.contains(suffix)))
         args << QStringLiteral("-vn");
     args << QStringLiteral("-qscale") << QStringLiteral("1") << QStringLiteral("-y") << output;

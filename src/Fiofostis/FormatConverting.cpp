@@ -6,6 +6,7 @@
 #include <QCoreApplication>
 #include <QDebug>
 #include <QFile>
+#include <QFileInfo>
 
 void Downloader::formatConverting(QString input, QString output, Downloader::FormatConvertingFrom from)
 {
@@ -61,7 +62,9 @@ void Downloader::doneFormatConverting(int exitCode)
         return;
     }
 
-    if (!QFile::exists(ffmpegArgs.last())) {
+    // The output may be a work file made empty beforehand: only what ffmpeg
+    // wrote counts.
+    if (QFileInfo(ffmpegArgs.last()).size() <= 0) {
         qCritical() << "!!! ERROR: "
                     << "src/Fiofostis/FormatConverting.cpp" << 96 << "doneFormatConverting"
                     << ":"

@@ -5,10 +5,17 @@
 
 #include <QCoreApplication>
 #include <QDebug>
-#include <QFile>
+#include <QFileInfo>
 #include <QProcess>
 
 #include <utility>
+
+namespace {
+QString notWritable()
+{
+    return QStringLiteral("The file cannot be written in that folder.");
+}
+} // namespace
 
 SniffedDownload::SniffedDownload(const QString &address, const QString &path, bool audioOnly, QObject *parent)
     : QObject(parent)
@@ -25,8 +32,13 @@ SniffedDownload::~SniffedDownload()
 
 void SniffedDownload::start()
 {
-    const QStringList args{address, QStringLiteral("-o"), transferPath(), QStringLiteral("--format"),
-                           QStringLiteral("0")};
+    transfer = files.create(path, audioOnly ? QStringLiteral("media") : QFileInfo(path).suffix());
+    if (transfer.isEmpty()) {
+        QMetaObject::invokeMethod(
+            this, [this] { fail(-1, notWritable()); }, Qt::QueuedConnection);
+        return;
+    }
+    const QStringList args{address, QStringLiteral("-o"), transfer, QStringLiteral("--format"), QStringLiteral("0")};
     qDebug() << "src/Fiofostis/SniffedDownload.cpp" << __LINE__ << "start"
              << ":"
              << "Download file"
@@ -61,7 +73,7 @@ void SniffedDownload::stop()
     child->kill();
     child->waitForFinished(5000);
     delete child;
-    discard();
+    files.removeCreated();
 }
 
 void SniffedDownload::end(int exitCode)
@@ -75,16 +87,21 @@ void SniffedDownload::end(int exitCode)
         endConversion(exitCode);
         return;
     }
-    if (exitCode == 0 && QFile::exists(transferPath())) {
+    // The work file is there from the start: only what the tool wrote counts.
+    if (exitCode == 0 && QFileInfo(transfer).size() > 0) {
         if (!audioOnly) {
-            removePartialFiles();
-            emit finished(true, QString());
+            finish(transfer);
             return;
         }
         // The sound alone, as for the audio of a site's download.
         converting = true;
+        output = files.create(path, QFileInfo(path).suffix());
+        if (output.isEmpty()) {
+            fail(-1, notWritable());
+            return;
+        }
         QStringList args{QStringLiteral("-v"), QStringLiteral("error")};
-        args << DownloaderRules::ffmpegArguments(transferPath(), path, Downloader::fromAudioExtraction);
+        args << DownloaderRules::ffmpegArguments(transfer, output, Downloader::fromAudioExtraction);
         run(DownloaderRules::ffmpegPath(QCoreApplication::applicationDirPath(), Platform::ffmpegBuild()), args);
         return;
     }
@@ -93,9 +110,8 @@ void SniffedDownload::end(int exitCode)
 
 void SniffedDownload::endConversion(int exitCode)
 {
-    if (exitCode == 0 && QFile::exists(path)) {
-        removePartialFiles();
-        emit finished(true, QString());
+    if (exitCode == 0 && QFileInfo(output).size() > 0) {
+        finish(output);
         return;
     }
     const QString said = QString::fromUtf8(errorOutput).trimmed();
@@ -110,26 +126,16 @@ void SniffedDownload::fail(int exitCode, const QString &message)
                 << ":"
                 << "exitCode"
                 << ":" << exitCode << (converting ? "ffmpeg" : "downloader");
-    discard();
+    files.removeCreated();
     emit finished(false, message);
 }
 
-void SniffedDownload::discard() const
+void SniffedDownload::finish(const QString &work)
 {
-    removePartialFiles();
-    if (converting)
-        QFile::remove(path);
-}
-
-void SniffedDownload::removePartialFiles() const
-{
-    QFile::remove(transferPath() + QStringLiteral(".part"));
-    QFile::remove(transferPath() + QStringLiteral(".ytdl"));
-    if (audioOnly)
-        QFile::remove(transferPath());
-}
-
-QString SniffedDownload::transferPath() const
-{
-    return audioOnly ? path + QStringLiteral(".media") : path;
+    const bool saved = files.commit(work, path);
+    files.removeCreated();
+    if (saved)
+        emit finished(true, QString());
+    else
+        emit finished(false, notWritable());
 }

@@ -3,13 +3,17 @@
 #include <QObject>
 #include <QString>
 
+#include "Fiofostis/JobFiles.h"
+
 class QProcess;
 
 // One transfer of a sniffed media address into a file the user chose, run
 // by the downloader tool as for a download of the site's format 0; for an
-// audio save ffmpeg then takes the sound out of what came. Ends in
-// finished(): with success only when the file is complete; after a failure
-// or a stop nothing of the file is left.
+// audio save ffmpeg then takes the sound out of what came. Both write work
+// files of their own beside the chosen file, which only the finished file
+// replaces. Ends in finished(): with success only when the file is
+// complete; after a failure or a stop nothing this save wrote is left, and
+// nothing that was there before is gone.
 class SniffedDownload : public QObject
 {
     Q_OBJECT
@@ -39,14 +43,12 @@ private:
     void end(int exitCode);
     void endConversion(int exitCode);
     void fail(int exitCode, const QString &message);
-    // Everything this save wrote: the tool's partial files and, once
-    // ffmpeg runs, its output.
-    void discard() const;
-    void removePartialFiles() const;
-    // Where the tool writes: the chosen file, or beside it while the sound
-    // is still to be taken out.
-    QString transferPath() const;
+    // The finished work file becomes the chosen one.
+    void finish(const QString &work);
 
+    JobFiles files;
+    QString transfer; // where the tool writes
+    QString output;   // where ffmpeg writes the sound
     QProcess *process = nullptr;
     bool converting = false;
     QByteArray errorOutput;

@@ -1,6 +1,5 @@
 #include <QDebug>
 #include <QDir>
-#include <QFileInfo>
 #include <QGuiApplication>
 #include <QIcon>
 #include <QKeySequence>
@@ -107,7 +106,8 @@ void Sniffer::downloadVideo()
 {
     downloadMode = DownloadRules::KindVideo;
     saveMode = DownloadRules::KindVideo;
-    selectSaveFile();
+    if (!selectSaveFile())
+        return;
     if (fromRecorder) {
         saveRecorderAV(recordedResult);
         return;
@@ -124,7 +124,8 @@ void Sniffer::downloadAudio()
         uiOptions->selectPath->insertItem(0, audioFolder);
         uiOptions->selectPath->setCurrentIndex(0);
     }
-    selectSaveFile();
+    if (!selectSaveFile())
+        return;
     if (!fromRecorder)
         runDownloader();
     else
@@ -137,16 +138,21 @@ void Sniffer::runDownloader()
     QListWidgetItem *current = uiOptions->listFormats->currentItem();
     const int code = DownloadRules::formatCodeForRow(formatLabels, current ? current->text() : QString());
     const QString downloaded = downloader->options->formats.value(code).extension;
-    // The name in the container chosen in the save dialog: the audio file,
-    // or the video in another container than the one downloaded.
-    outputAudioFile = outputVideoFile + QLatin1Char('.') + (outputExtension.isEmpty() ? downloaded : outputExtension);
-    outputVideoFile += QLatin1Char('.') + downloaded;
-
+    // The file chosen in the save dialog, in its container. The tool and
+    // ffmpeg write work files of their own beside it, so a file of the same
+    // name in another container is never touched, and the chosen one is
+    // replaced only by the finished result (postDownload).
+    const QString chosen = outputExtension.isEmpty() ? downloaded : outputExtension;
+    discardSave();
+    outputTarget = outputVideoFile + QLatin1Char('.') + chosen;
+    outputVideoFile = saveFiles.create(
+        outputTarget, SniffedRules::isMediaExtension(downloaded) ? downloaded : QStringLiteral("media"));
+    outputAudioFile = chosen == downloaded ? outputVideoFile : saveFiles.create(outputTarget, chosen);
     // A failing download reports nothing and would leave the progress page
     // waiting; a folder that cannot take the file is told at once instead.
-    const QString folder = QFileInfo(outputVideoFile).absolutePath();
-    if (!DownloadRules::folderWritable(folder)) {
-        const QString target = QDir::toNativeSeparators(outputVideoFile);
+    if (outputVideoFile.isEmpty() || outputAudioFile.isEmpty()) {
+        const QString target = QDir::toNativeSeparators(outputTarget);
+        discardSave();
         qCritical() << "!!! ERROR: "
                     << "src/Sniffer/DownloadFile.cpp" << __LINE__ << "runDownloader"
                     << ":"
@@ -157,6 +163,12 @@ void Sniffer::runDownloader()
 
     progressBarStart();
     downloader->requestFile(code, QDir::toNativeSeparators(outputVideoFile));
+}
+
+void Sniffer::discardSave()
+{
+    saveFiles.removeCreated();
+    outputTarget.clear();
 }
 
 void Sniffer::showFileNotCreated(const QString &target)
@@ -175,7 +187,7 @@ void Sniffer::postFileRequest()
 {
     // A video is converted like an audio file is extracted when the
     // container chosen in the save dialog is not the one downloaded.
-    if (downloadMode == DownloadRules::KindAudio || outputAudioFile != outputVideoFile)
+    if (outputAudioFile != outputVideoFile)
         extractAudio();
     else
         postDownload();
@@ -206,8 +218,20 @@ void Sniffer::postDownload()
     dotsRunning = false;
     setStyleSheet(QString());
 
-    QMessageBox::information(this, QStringLiteral("Processing state:"), QStringLiteral("Processing is completed"),
-                             QMessageBox::Ok);
+    // The finished work file takes the chosen file's place in one step.
+    const QString target = outputTarget;
+    const bool saved = target.isEmpty() || saveFiles.commit(outputAudioFile, target);
+    discardSave();
+    if (saved) {
+        QMessageBox::information(this, QStringLiteral("Processing state:"), QStringLiteral("Processing is completed"),
+                                 QMessageBox::Ok);
+    } else {
+        qCritical() << "!!! ERROR: "
+                    << "src/Sniffer/DownloadFile.cpp" << __LINE__ << "postDownload"
+                    << ":"
+                    << "File " + target + " cannot be created";
+        showFileNotCreated(QDir::toNativeSeparators(target));
+    }
 
     if (!fromRecorder) {
         // A download started from the sniffed list goes back to that list.
@@ -235,6 +259,7 @@ void Sniffer::showSignInNeeded()
 void Sniffer::onDownloaderError(Downloader::errors error)
 {
     showLayer(LayerInsertURL);
+    discardSave();
     const int line = __LINE__;
     qCritical() << "!!! ERROR: "
                 << "src/Sniffer/DownloadFile.cpp" << line << "onDownloaderError"

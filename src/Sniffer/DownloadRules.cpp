@@ -6,6 +6,7 @@
 #include <QUrlQuery>
 
 #include "Fiofostis/DownloaderRules.h"
+#include "Sniffer/SniffedRules.h"
 
 namespace DownloadRules {
 
@@ -138,11 +139,15 @@ QString filterPattern(const QString &filter)
     return filter.mid(open + 2, close - (open + 2));
 }
 
-QString cleanSaveAsPath(const QString &chosen, const QString &extension)
+QString cleanSaveAsPath(const QString &chosen, QString extension)
 {
     const QFileInfo info(chosen);
     QString base = info.completeBaseName();
     QString suffix = info.suffix();
+    // No extension wanted (a media type outside the table): the typed one
+    // serves when it is a media extension, else a neutral one.
+    if (extension.isEmpty())
+        extension = SniffedRules::isMediaExtension(suffix) ? suffix : QStringLiteral("media");
     // A foreign extension is kept as part of the name, without its dot:
     // "clip.avi" saved as mp3 becomes "clipavi.mp3".
     if (suffix != extension) {
@@ -204,12 +209,6 @@ int formatCodeForRow(const QHash<int, QString> &labels, const QString &rowText)
             return it.key();
     }
     return 0;
-}
-
-bool folderWritable(const QString &folder)
-{
-    const QFileInfo info(folder);
-    return info.isDir() && info.isWritable();
 }
 
 } // namespace DownloadRules

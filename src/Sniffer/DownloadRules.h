@@ -54,8 +54,10 @@ QString filterPattern(const QString &filter);
 
 // The sniffed list's save name: a typed path with the wanted extension
 // forced on and its base name reduced to letters, digits, blanks, dots and
-// parentheses ("My_Clip - 2.mp3" gives "My.Clip.2.mp3").
-QString cleanSaveAsPath(const QString &chosen, const QString &extension);
+// parentheses ("My_Clip - 2.mp3" gives "My.Clip.2.mp3"). Without a wanted
+// extension the typed one is kept when it is a media extension, else the
+// name ends in ".media".
+QString cleanSaveAsPath(const QString &chosen, QString extension);
 
 // Appends the selected filter's pattern unless the path already ends with it.
 QString withFilterPattern(const QString &path, const QString &filter);
@@ -74,8 +76,5 @@ QString formatIcon(const QString &extension);
 
 // The code of the first row whose text is `rowText`, 0 when none is.
 int formatCodeForRow(const QHash<int, QString> &labels, const QString &rowText);
-
-// A folder the download can be written into (exists and is writable).
-bool folderWritable(const QString &folder);
 
 } // namespace DownloadRules

@@ -106,7 +106,9 @@ QString Sniffer::onClickOldSnifferDownload()
 
 QString Sniffer::DownloadYouTubeVideoFromSniffedURL(int index)
 {
-    // An audio save is named .mp3; a video keeps the extension of its type.
+    // An audio save is named .mp3; a video takes the extension of its type
+    // from the table, or none that the server chose (the dialog then falls
+    // back on the typed one).
     const QString extension = snifferSaveMode == DownloadRules::KindAudio
                                   ? QStringLiteral("mp3")
                                   : SniffedRules::extensionForType(sniffedEntries[index].type);

@@ -66,5 +66,6 @@ void Sniffer::stopLastProcess()
         progressTimer->stop();
     progressBar->setValue(progressBar->maximum());
     downloader->stop();
+    discardSave();
     showLayer(LayerMain);
 }

@@ -10,6 +10,24 @@
 #include "Platform/Platform.h"
 #include "Sniffer/Sniffer.h"
 
+namespace {
+
+// Fills the work file `work` (already there, empty) with `source`.
+bool copyInto(const QString &source, const QString &work)
+{
+    QFile in(source), out(work);
+    if (work.isEmpty() || !in.open(QIODevice::ReadOnly) || !out.open(QIODevice::WriteOnly | QIODevice::ExistingOnly))
+        return false;
+    while (!in.atEnd()) {
+        const QByteArray block = in.read(1 << 20);
+        if (block.isEmpty() || out.write(block) != block.size())
+            return false;
+    }
+    return out.flush();
+}
+
+} // namespace
+
 void Sniffer::runRecorderAV()
 {
     if (Platform::macOSOlderThan(10, 8)) {
@@ -117,17 +135,21 @@ void Sniffer::saveRecorderAV(QString file)
              << "newFile"
              << ":" << target;
 
-    if (QFileInfo(source).suffix() != outputExtension) {
+    // Copied or converted into a work file beside the target, which takes
+    // the target's place at the end (postDownload).
+    discardSave();
+    outputTarget = QDir::fromNativeSeparators(target);
+    outputAudioFile = saveFiles.create(outputTarget, outputExtension);
+    if (QFileInfo(source).suffix() != outputExtension && !outputAudioFile.isEmpty()) {
         progressBarStart(800);
-        downloader->formatConverting(source, target, Downloader::fromRecording);
+        downloader->formatConverting(source, QDir::toNativeSeparators(outputAudioFile), Downloader::fromRecording);
         return;
     }
-    if (QFile::exists(target))
-        QFile::remove(target);
-    if (QFile::copy(source, target)) {
+    if (copyInto(source, outputAudioFile)) {
         for (const QString &work : {recordedAudio, recordedVideo, recordedResult})
             QFile::remove(work);
     } else {
+        discardSave();
         qCritical() << "src/Sniffer/RecorderAV.cpp" << __LINE__ << "saveRecorderAV"
                     << ":"
                     << "File " + target + "cannot be created";

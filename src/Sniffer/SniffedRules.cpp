@@ -1,6 +1,5 @@
 #include "Sniffer/SniffedRules.h"
 
-#include <QHash>
 #include <QRegularExpression>
 #include <QStringList>
 
@@ -40,30 +39,37 @@ QString rowText(const QString &first, const QString &second, const QString &thir
     return first.leftJustified(22, QLatin1Char(' ')) + second.leftJustified(14, QLatin1Char(' ')) + third;
 }
 
+namespace {
+
+// Keys as the list keeps them: lower case, "x-" removed.
+const char *const mediaTypes[][2] = {
+    {"video/mp4", "mp4"},    {"video/webm", "webm"},     {"video/flv", "flv"},       {"video/3gpp", "3gp"},
+    {"video/mpeg", "mpg"},   {"video/quicktime", "mov"}, {"video/msvideo", "avi"},   {"video/matroska", "mkv"},
+    {"video/ms-wmv", "wmv"}, {"video/ms-asf", "asf"},    {"video/ogg", "ogv"},       {"video/mp2t", "ts"},
+    {"video/m4v", "m4v"},    {"audio/mpeg", "mp3"},      {"audio/mp3", "mp3"},       {"audio/mp4", "m4a"},
+    {"audio/m4a", "m4a"},    {"audio/aac", "aac"},       {"audio/mp4a-latm", "m4a"}, {"audio/wav", "wav"},
+    {"audio/wave", "wav"},   {"audio/vnd.wave", "wav"},  {"audio/ogg", "ogg"},       {"audio/webm", "weba"},
+    {"audio/flac", "flac"},  {"audio/aiff", "aiff"},     {"audio/ms-wma", "wma"},
+};
+
+} // namespace
+
 QString extensionForType(const QString &type)
 {
-    static const QHash<QString, QString> known{
-        {QStringLiteral("mpeg"), QStringLiteral("mpg")},     {QStringLiteral("quicktime"), QStringLiteral("mov")},
-        {QStringLiteral("3gpp"), QStringLiteral("3gp")},     {QStringLiteral("msvideo"), QStringLiteral("avi")},
-        {QStringLiteral("matroska"), QStringLiteral("mkv")}, {QStringLiteral("ms-wmv"), QStringLiteral("wmv")},
-        {QStringLiteral("ms-asf"), QStringLiteral("asf")},   {QStringLiteral("wave"), QStringLiteral("wav")},
-        {QStringLiteral("ms-wma"), QStringLiteral("wma")},   {QStringLiteral("aiff"), QStringLiteral("aiff")},
-        {QStringLiteral("vnd.wave"), QStringLiteral("wav")}, {QStringLiteral("mp4a-latm"), QStringLiteral("m4a")},
-    };
-    const QString main = type.section(QLatin1Char('/'), 0, 0).trimmed().toLower();
-    QString sub = type.section(QLatin1Char('/'), 1).section(QLatin1Char(';'), 0, 0).trimmed().toLower();
-    sub.remove(QRegularExpression(QStringLiteral("[^a-z0-9.+-]")));
-    if (main == QLatin1String("audio")) {
-        if (sub == QLatin1String("mpeg") || sub == QLatin1String("mp3"))
-            return QStringLiteral("mp3");
-        if (sub == QLatin1String("mp4") || sub == QLatin1String("aac"))
-            return QStringLiteral("m4a");
-    }
-    if (main == QLatin1String("audio") && sub.isEmpty())
-        return QStringLiteral("mp3");
-    if (sub.isEmpty() || (main != QLatin1String("audio") && main != QLatin1String("video")))
-        return QStringLiteral("mp4");
-    return known.value(sub, sub);
+    QString key = type.section(QLatin1Char(';'), 0, 0).trimmed().toLower();
+    key.remove(QStringLiteral("x-"));
+    for (const auto &row : mediaTypes)
+        if (key == QLatin1String(row[0]))
+            return QLatin1String(row[1]);
+    return QString();
+}
+
+bool isMediaExtension(const QString &extension)
+{
+    for (const auto &row : mediaTypes)
+        if (extension == QLatin1String(row[1]))
+            return true;
+    return false;
 }
 
 namespace {

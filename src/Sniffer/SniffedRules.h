@@ -31,9 +31,13 @@ QString cleanType(const QString &type);
 QString sizeText(qint64 bytes);
 QString rowText(const QString &first, const QString &second, const QString &third);
 
-// The extension a media type is saved under ("video/mp4" gives "mp4",
-// "audio/mpeg" "mp3"); the type's own sub-type when it is not a known one.
+// The extension a media type is saved under, from a fixed table
+// ("video/mp4" gives "mp4", "audio/mpeg" "mp3"; parameters, case and "x-"
+// do not count); empty for any type outside it: a server never chooses it.
 QString extensionForType(const QString &type);
+
+// Whether `extension` is one of the table's (or of the save dialogs').
+bool isMediaExtension(const QString &extension);
 
 // The address a report is listed under: as reported when it names its
 // scheme (http or https, as the browser used it), else "http://" in front

@@ -36,6 +36,7 @@ Sniffer::~Sniffer()
     // no partial file stays behind.
     if (downloader)
         downloader->stop();
+    discardSave();
     qDeleteAll(sniffedDownloads); // each removes what it had written
     // A recorder still open ends its grabbers; the sound input the
     // recorder switched comes back, and no work file outlives the run.

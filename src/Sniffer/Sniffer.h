@@ -11,6 +11,7 @@
 
 #include "AVRecorder/AVRecorder.h"
 #include "Fiofostis/Downloader.h"
+#include "Fiofostis/JobFiles.h"
 #include "Sniffer/SniffedRules.h"
 
 class QAction;
@@ -132,6 +133,11 @@ public:
     QString fixExtension(const QString &name, const QString &extension);
     // The "Processing error:" box for a file that could not be written.
     void showFileNotCreated(const QString &target);
+    // Ends the current save on disk: removes exactly the work files it
+    // created (never the chosen file, nor anything that was there before).
+    void discardSave();
+    // Whether the user lets `path`, which exists, be replaced.
+    bool confirmReplace(const QString &path);
 
     void Append(const QString &url, const QString &source, const QString &size, const QString &type);
     int FindByURL(const QString &url) const;
@@ -189,7 +195,8 @@ public slots:
     void extractAudio();
     void showPercents(float percent);
     void selectSavePath();
-    void selectSaveFile();
+    // False when the user declined to replace an existing file: no save.
+    bool selectSaveFile();
     void showLogsFolder();
     void showAboutDialog();
     void closeAboutDialog();
@@ -262,8 +269,10 @@ public:
     int rememberedLayer = 0;
     QString outputExtension;
     QHash<int, QString> formatLabels;
-    QString outputVideoFile;
-    QString outputAudioFile;
+    QString outputVideoFile; // while saving: the work file the download goes to
+    QString outputAudioFile; // the work file the converted result goes to (the download when none is needed)
+    QString outputTarget;    // the file the user chose, replaced by the result at the end
+    JobFiles saveFiles;      // the work files of the current save; removeCreated() clears them
 
     // Sniffed media list
     VS_RECENTLY_SNIFFED_VIDEO_DATA sniffedEntries[SniffedRules::capacity];

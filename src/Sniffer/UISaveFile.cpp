@@ -2,6 +2,7 @@
 #include <QDir>
 #include <QFileDialog>
 #include <QFileInfo>
+#include <QMessageBox>
 #include <QStandardPaths>
 
 #include "Sniffer/DownloadRules.h"
@@ -18,7 +19,7 @@ QString standardFolder(QStandardPaths::StandardLocation location)
 
 } // namespace
 
-void Sniffer::selectSaveFile()
+bool Sniffer::selectSaveFile()
 {
     const QString name = uiOptions->inputTitle->text();
     QString folder = uiOptions->selectPath->currentText();
@@ -39,20 +40,34 @@ void Sniffer::selectSaveFile()
     dialog.selectFile(name);
     dialog.setNameFilter(filters.join(QStringLiteral(";;")));
     dialog.setWindowFlags(dialog.windowFlags() | Qt::WindowStaysOnTopHint);
-    // Cancelling keeps the suggested name and goes on like an accepted
-    // dialog: the Options page has already committed to a download.
-    dialog.exec();
+    for (;;) {
+        // Cancelling keeps the suggested name and goes on like an accepted
+        // dialog: the Options page has already committed to a download.
+        const bool accepted = dialog.exec() == QDialog::Accepted;
 
-    QString chosen = dialog.selectedFiles().value(0);
-    if (chosen.isEmpty())
-        chosen = folder + name;
-    chosen = chosen.trimmed();
+        QString chosen = dialog.selectedFiles().value(0);
+        if (chosen.isEmpty())
+            chosen = folder + name;
+        chosen = chosen.trimmed();
 
-    const QFileInfo info(chosen);
-    outputExtension = DownloadRules::extensionFromFilter(dialog.selectedNameFilter());
-    uiOptions->selectPath->insertItem(0, QIcon(), info.path());
-    uiOptions->selectPath->setCurrentIndex(0);
-    uiOptions->inputTitle->setText(info.completeBaseName());
+        const QFileInfo info(chosen);
+        outputExtension = DownloadRules::extensionFromFilter(dialog.selectedNameFilter());
+        uiOptions->selectPath->insertItem(0, QIcon(), info.path());
+        uiOptions->selectPath->setCurrentIndex(0);
+        uiOptions->inputTitle->setText(info.completeBaseName());
+
+        // The dialog asked about the name as typed; the file written is the
+        // cleaned name with the filter's extension, asked about here when it
+        // is another file that exists. No: back to the dialog, or no save
+        // when the dialog was cancelled.
+        setOutputVideoFile();
+        const QFileInfo target(outputVideoFile + QLatin1Char('.') + outputExtension);
+        if (!target.exists() || (accepted && target.absoluteFilePath() == info.absoluteFilePath()) ||
+            confirmReplace(target.filePath()))
+            return true;
+        if (!accepted)
+            return false;
+    }
 }
 
 QString Sniffer::GetSaveAsFullPath(QString extension)
@@ -70,16 +85,30 @@ QString Sniffer::GetSaveAsFullPath(QString extension)
     dialog.setWindowTitle(tr("Save File As..."));
     dialog.setAcceptMode(QFileDialog::AcceptSave);
     dialog.setFileMode(QFileDialog::AnyFile);
-    dialog.setOption(QFileDialog::DontConfirmOverwrite, true);
     dialog.selectFile(QDir::fromNativeSeparators(folder + QDir::separator() + QStringLiteral("untitled")));
     connect(&dialog, &QFileDialog::filterSelected, this, &Sniffer::onSaveFilterSelected);
 
-    QString result;
-    if (dialog.exec() == QDialog::Accepted && !dialog.selectedFiles().isEmpty())
-        result = DownloadRules::cleanSaveAsPath(dialog.selectedFiles().first(), extension);
-    if (result.isEmpty())
-        return QString();
-    return DownloadRules::withFilterPattern(result, dialog.selectedNameFilter());
+    for (;;) {
+        if (dialog.exec() != QDialog::Accepted || dialog.selectedFiles().isEmpty())
+            return QString();
+        // The dialog confirmed replacing the typed name; the clean-up may
+        // make another name of it, asked about here when it exists.
+        const QString typed = dialog.selectedFiles().first();
+        const QString result = DownloadRules::withFilterPattern(DownloadRules::cleanSaveAsPath(typed, extension),
+                                                                dialog.selectedNameFilter());
+        if (result == typed || !QFileInfo::exists(result) || confirmReplace(result))
+            return result;
+    }
+}
+
+bool Sniffer::confirmReplace(const QString &path)
+{
+    QMessageBox box(QMessageBox::Question, tr("Save File As..."),
+                    tr("%1 already exists.\nDo you want to replace it?").arg(QDir::toNativeSeparators(path)),
+                    QMessageBox::Yes | QMessageBox::No, this);
+    box.setTextFormat(Qt::PlainText);
+    box.setDefaultButton(QMessageBox::No);
+    return box.exec() == QMessageBox::Yes;
 }
 
 void Sniffer::onSaveFilterSelected(const QString &filter)

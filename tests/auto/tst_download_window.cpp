@@ -179,15 +179,17 @@ private slots:
         QVERIFY(sniffer->ui->widgetOptions->isVisible() && fakeCalls(log, "download").isEmpty());
         const QString target = work.filePath("My Clip.mp4");
         QVERIFY(saveToTheEnd(sniffer->uiOptions->btnDownloadVideo, target));
-        QCOMPARE(fakeCalls(log, "download").value(0), (QStringList{canonical, "-o", target, "--format", "22"}));
-        QVERIFY(!QFile::exists(target + ".part") && streams(target) == "h264=video aac=audio");
+        const QStringList call = fakeCalls(log, "download").value(0);
+        QCOMPARE(call, (QStringList{canonical, "-o", call.value(2), "--format", "22"}));
+        QVERIFY(call.value(2).startsWith(work.filePath(".My Clip.")) && !QFile::exists(call.value(2)) &&
+                streams(target) == "h264=video aac=audio");
         // Its audio, through ffmpeg, is the MP3 alone; the dialog opens in the audio folder with MP3 chosen.
         openOptions();
         const QString folder = work.filePath("audio");
         QVERIFY(QDir().mkpath(folder));
         sniffer->uiSettings->pathAudio->setText(folder);
         QVERIFY(saveToTheEnd(sniffer->uiOptions->btnDownloadAudio, "Tune", 60000));
-        QCOMPARE(QDir(folder).entryList(QDir::Files), QStringList{"Tune.mp3"});
+        QCOMPARE(QDir(folder).entryList(QDir::Files | QDir::Hidden), QStringList{"Tune.mp3"});
         QCOMPARE(streams(folder + "/Tune.mp3"), QString("mp3=audio"));
         // No button of the window takes Return for itself.
         for (QPushButton *button : sniffer->findChildren<QPushButton *>())
@@ -216,7 +218,7 @@ private slots:
                 !sniffer->ui->widgetProgress->isVisible() && !sniffer->ui->widgetInsertURL->isVisible());
         enter(canonical);
         cancelWhileChecking(hangs, 3);
-        QVERIFY(QDir(cancelled).isEmpty());
+        QVERIFY(QDir(cancelled).isEmpty(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot));
     }
 
     // A refused address, a failed title, a site that wants a sign-in (both queries fail: told once, in plain words).
@@ -261,11 +263,15 @@ private slots:
 
     void saveFoldersAndTheSniffedList()
     {
-        // The sniffed list's Save As cleans the typed name.
+        // The sniffed list's Save As cleans the typed name; when that name exists it asks (No: the dialog again).
         sniffer->uiSettings->pathAudio->setText(work.path());
         sniffer->snifferSaveMode = DownloadRules::KindAudio;
-        answerSaveDialog("My_Clip - 2.mp3");
+        QString asked;
+        QVERIFY(writeFile(work.path() + "/My.Clip.2.mp3", "kept"));
+        answerModals({saveAs("My_Clip - 2.mp3"), press(QMessageBox::No, &asked), saveAs("My_Clip - 2.mp3"),
+                      press(QMessageBox::Yes)});
         QCOMPARE(sniffer->GetSaveAsFullPath("mp3"), work.path() + "/My.Clip.2.mp3");
+        QCOMPARE(asked, work.path() + "/My.Clip.2.mp3 already exists.\nDo you want to replace it?");
         // With nothing stored the Options page lists Desktop, Documents, Music, Movies.
         QComboBox *folders = sniffer->uiOptions->selectPath;
         sniffer->setSaveFilePath();
@@ -333,14 +339,14 @@ private slots:
         while (media->count())
             sniffer->onClickOldSnifferRemove();
         QVERIFY(!sniffer->uiOldSniffer->pbDownloadVideo->isEnabled() && !sniffer->uiOldSniffer->pbPreview->isEnabled());
-        // Saves from the list transfer the media.
+        // Saves from the list transfer the media; a type outside the table leaves the typed media extension.
         scenario("[download]\npart: 4096\nmedia: " + clip +
                  "\n[download 2]\npart: 4096\nexit: 1\n[download 3]\nmedia: " + clip + "\n");
-        report("media.example/clip.mp4", 300000);
+        report("media.example/clip.mp4", 300000, "video/mp4.desktop");
         sniffer->uiSettings->pathVideo->setText(work.path());
         sniffer->uiSettings->pathAudio->setText(work.path());
         QSignalSpy finished(sniffer.get(), &Sniffer::downloadFinished);
-        save(sniffer->uiOldSniffer->pbDownloadVideo, "My clip");
+        save(sniffer->uiOldSniffer->pbDownloadVideo, "My clip.mp4");
         QCOMPARE(square(0), QColor(0xf2, 0xc2, 0x30).rgb());
         report("media.example/other.mp4", 400000); // a new row leaves the save's button off
         QVERIFY(!sniffer->uiOldSniffer->pbDownloadVideo->isEnabled() && waitFor([&] { return finished.size() == 1; }));
@@ -348,7 +354,8 @@ private slots:
         QCOMPARE(streams(work.path() + "/My clip.mp4"), streams(clip));
         QCOMPARE(square(1), QColor(0x3f, 0xbf, 0x5a).rgb());
         sniffer->RemoveAt(1);
-        // A failed save goes back to red, leaves nothing behind and says why.
+        // A failed save goes back to red, leaves nothing of its own behind (what was there stays) and says why.
+        QVERIFY(writeFile(work.path() + "/Lost.mp4.part", "kept") && writeFile(work.path() + "/Lost.mp4.ytdl", "kept"));
         save(sniffer->uiOldSniffer->pbDownloadVideo, "Lost", [this] { closeNextMessage(&boxTitle, &boxText); });
         QVERIFY(waitFor([&] { return !boxText.isEmpty(); }));
         QVERIFY2(boxText.startsWith("Not saved.") &&
@@ -356,7 +363,8 @@ private slots:
                  qPrintable(boxText));
         QCOMPARE(square(0), QColor(0xe0, 0x45, 0x3a).rgb());
         QCOMPARE(finished.size(), 1);
-        QCOMPARE(QDir(work.path()).entryList({"Lost*"}), QStringList());
+        QCOMPARE(QDir(work.path()).entryList({"*Lost*"}, QDir::Files | QDir::Hidden),
+                 (QStringList{"Lost.mp4.part", "Lost.mp4.ytdl"}));
         // An audio save holds the sound alone.
         save(sniffer->uiOldSniffer->pbDownloadAudio, "Tune");
         QVERIFY(waitFor([&] { return finished.size() == 2; }));
@@ -369,11 +377,11 @@ private slots:
         emit sniffer->downloadFinished(work.path() + "/My clip.mp4");
         QCOMPARE(QFileInfo(work.path() + "/My clip.mp3").size(), QFileInfo(clip).size());
         // Closing the window during a save leaves nothing of it.
-        scenario("[download]\npart: 4096\nhang\n");
+        const QString hangs = scenario("[download]\npart: 4096\nhang\n");
         save(sniffer->uiOldSniffer->pbDownloadVideo, "Unfinished");
-        QVERIFY(waitFor([&] { return QFile::exists(work.path() + "/Unfinished.mp4.part"); }));
+        QVERIFY(waitFor([&] { return QFile::exists(fakeCalls(hangs, "download").value(0).value(2) + ".part"); }));
         sniffer.reset();
-        QCOMPARE(QDir(work.path()).entryList({"Unfinished*"}), QStringList());
+        QCOMPARE(QDir(work.path()).entryList({"*Unfinished*"}, QDir::Files | QDir::Hidden), QStringList());
     }
 
     void updateNoticeSelfTestAndAddressMenus()

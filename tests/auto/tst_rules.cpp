@@ -6,6 +6,7 @@
 #include "AVRecorder/RecorderRules.h"
 #include "AVRecorder/StopDialog.h"
 #include "Fiofostis/DownloaderRules.h"
+#include "Fiofostis/JobFiles.h"
 #include "Platform/Platform.h"
 #include "Sniffer/DownloadRules.h"
 #include "Sniffer/Log.h"
@@ -122,7 +123,7 @@ private slots:
         }
     }
 
-    void saveAsNames()
+    void saveAsNamesAndWorkFiles()
     {
         const char *rows[][3] = {
             {"My_Clip - 2.mp3", "mp3", "My.Clip.2.mp3"},
@@ -131,9 +132,22 @@ private slots:
             {"a  b.mp4", "mp4", "a.b.mp4"},
             {"Café (live).mp3", "mp3", "Caf.(live).mp3"},
             {"Clip.MP3", "mp3", "ClipMP3.mp3"},
+            {"holiday.mp4", "", "holiday.mp4"}, // no extension wanted: the typed one if it is a media one
+            {"holiday.desktop", "", "holidaydesktop.media"},
         };
         for (const auto &row : rows)
             QCOMPARE(cleanSaveAsPath(QString("/tmp/out/") + row[0], row[1]), QString("/tmp/out/") + row[2]);
+        // Beside the target, hidden, new (never the same-named video); only the job's files and their companions go.
+        QTemporaryDir dir;
+        const QString video = dir.filePath("Song.mp4"), target = dir.filePath("Song.mp3");
+        QVERIFY(writeFile(video, "kept") && writeFile(video + ".part", "kept") && writeFile(video + ".ytdl", "kept"));
+        JobFiles files;
+        const QString download = files.create(target, "mp4"), audio = files.create(target, "mp3");
+        QVERIFY(download.startsWith(dir.filePath(".Song.")) && download.endsWith(".mp4") && QFile::exists(audio));
+        QVERIFY(writeFile(download + ".part", "tool") && writeFile(audio, "sound") && files.commit(audio, target));
+        files.removeCreated();
+        QCOMPARE(QDir(dir.path()).entryList(QDir::Files | QDir::Hidden),
+                 (QStringList{"Song.mp3", "Song.mp4", "Song.mp4.part", "Song.mp4.ytdl"}));
     }
 
     void filtersNamesAndRows()
@@ -143,7 +157,6 @@ private slots:
         QCOMPARE(saveFilters(KindAudio, true), QStringList{"Waveform Audio (*.wav)"} + audio);
         QCOMPARE(saveFilters(KindVideo, false).size(), 6);
         QCOMPARE(saveFilters(KindVideo, true), QStringList{"MPEG (*.mpg)"} + saveFilters(KindVideo, false));
-        QCOMPARE(extensionFromFilter("Audio Interchange (*.aiff)"), QString("aiff"));
         for (const QString &filter : saveFilters(KindVideo, true) + saveFilters(KindAudio, true))
             QVERIFY2(filter.endsWith("(*." + extensionFromFilter(filter) + ")"), qPrintable(filter));
         QCOMPARE(withFilterPattern("/a/b.mp3", "MP3 (*.mp3)"), QString("/a/b.mp3"));
@@ -365,10 +378,10 @@ private slots:
         QCOMPARE(versions, (QStringList{"2015.11.1", "last", "2023.03.04+"}));
         QCOMPARE(upToDateText("last"), QString("Vidorra 2 is up-to-date"));
         QStringList extensions;
-        for (const char *type :
-             {"video/mp4", "video/flv", "audio/mpeg", "video/quicktime; codecs=x", "application/octet-stream"})
+        for (const char *type : {"video/mp4", "video/flv", "audio/mpeg", "Video/X-Matroska; codecs=x", "video/webm",
+                                 "application/octet-stream", "video/mp4.desktop", "audio/"})
             extensions << extensionForType(type);
-        QCOMPARE(extensions, (QStringList{"mp4", "flv", "mp3", "mov", "mp4"}));
+        QCOMPARE(extensions, (QStringList{"mp4", "flv", "mp3", "mkv", "webm", "", "", ""}));
         QCOMPARE(toolComplaint("warning\nERROR: HTTP 403\nlast", 1) + "|" + toolComplaint("one\ntwo\n", 1),
                  QString("ERROR: HTTP 403|two"));
         // The scheme the browser used is kept: http only where none was reported; ffplay's TLS options for https.

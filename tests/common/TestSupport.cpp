@@ -103,9 +103,9 @@ void closeNextMessage(QString *title, QString *text, int timeoutMs, QMessageBox:
         timeoutMs);
 }
 
-void answerSaveDialog(const QString &name, const QString &filter, std::function<void()> afterSave)
+std::function<void(QWidget *)> saveAs(const QString &name, const QString &filter)
 {
-    answerNextModal([name, filter, afterSave](QWidget *modal) {
+    return [name, filter](QWidget *modal) {
         auto *dialog = qobject_cast<QFileDialog *>(modal);
         if (!dialog)
             return closeStuckModal(modal, "a save dialog was expected, not");
@@ -120,9 +120,37 @@ void answerSaveDialog(const QString &name, const QString &filter, std::function<
         if (edit->text() != name || !save->isEnabled())
             return closeStuckModal(modal, "the name was not taken by");
         QTest::mouseClick(save, Qt::LeftButton);
+    };
+}
+
+void answerSaveDialog(const QString &name, const QString &filter, std::function<void()> afterSave)
+{
+    answerNextModal([action = saveAs(name, filter), afterSave](QWidget *modal) {
+        action(modal);
         if (afterSave)
             afterSave();
     });
+}
+
+std::function<void(QWidget *)> press(QMessageBox::StandardButton button, QString *text)
+{
+    return [button, text](QWidget *modal) {
+        auto *box = qobject_cast<QMessageBox *>(modal);
+        if (!box || !box->button(button))
+            return closeStuckModal(modal, "a message box with that button was expected, not");
+        if (text)
+            *text = box->text();
+        box->button(button)->click();
+    };
+}
+
+void answerModals(QList<std::function<void(QWidget *)>> actions)
+{
+    if (!actions.isEmpty())
+        answerNextModal([actions](QWidget *modal) {
+            answerModals(actions.mid(1));
+            actions.first()(modal);
+        });
 }
 
 bool writeSettings(const QString &dataFolder, const QString &body)

@@ -23,6 +23,11 @@ void closeNextMessage(QString *title, QString *text, int timeoutMs = 60000, QMes
                       bool *plain = nullptr);
 // Answers the next file dialog as a person: filter, typed name, Save, then `afterSave`.
 void answerSaveDialog(const QString &name, const QString &filter = QString(), std::function<void()> afterSave = {});
+// Answers the coming modal windows in turn, each armed before the one before it acts (a question that opens on Save is
+// answered too). Actions: a save dialog answered as above, a message box's button pressed (its text kept).
+void answerModals(QList<std::function<void(QWidget *)>> actions);
+std::function<void(QWidget *)> saveAs(const QString &name, const QString &filter = QString());
+std::function<void(QWidget *)> press(QMessageBox::StandardButton button, QString *text = nullptr);
 // The settings file: today's update check done, then `body` (INI text).
 bool writeSettings(const QString &dataFolder, const QString &body);
 // The whole of a file, written (true when all of it went) or read (empty when it cannot be).

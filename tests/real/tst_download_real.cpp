@@ -116,11 +116,23 @@ private slots:
             runTool("ffmpeg", {"-v", "error", "-i", out.filePath("Sunrise.mkv"), "-f", "null", "-"}, &played);
         QVERIFY2(played && complaints.isEmpty(), qPrintable(complaints));
 
-        // The same page saved as M4A: the sound alone.
+        // The same page saved as M4A: the sound alone; the user's video of that name stays as it was.
+        QVERIFY(writeFile(out.filePath("Sunrise Tone.mp4"), "the user's own video"));
         QVERIFY(enterAddress());
         QVERIFY(save(sniffer->uiOptions->btnDownloadAudio, "Sunrise Tone", "MP4 Audio (*.m4a)"));
-        QCOMPARE(QDir(out.path()).entryList(QDir::Files), (QStringList{"Sunrise Tone.m4a", "Sunrise.mkv"}));
-        QCOMPARE(streams(out.filePath("Sunrise Tone.m4a")), QString("aac=audio"));
+        const QStringList files{"Sunrise Tone.m4a", "Sunrise Tone.mp4", "Sunrise.mkv"};
+        QCOMPARE(QDir(out.path()).entryList(QDir::Files | QDir::Hidden), files);
+        QVERIFY(streams(out.filePath("Sunrise Tone.m4a")) == "aac=audio" &&
+                readFile(out.filePath("Sunrise Tone.mp4")) == "the user's own video");
+        // Once more under that name: asked, No back to the dialog, Cancel asked again, No: nothing written.
+        QVERIFY(enterAddress());
+        QString asked;
+        answerModals({saveAs(out.filePath("Sunrise Tone"), "MP4 Audio (*.m4a)"), press(QMessageBox::No, &asked),
+                      [](QWidget *w) { qobject_cast<QDialog *>(w)->reject(); }, press(QMessageBox::No)});
+        QTest::mouseClick(sniffer->uiOptions->btnDownloadAudio, Qt::LeftButton);
+        QCOMPARE(asked, out.filePath("Sunrise Tone.m4a") + " already exists.\nDo you want to replace it?");
+        QVERIFY(sniffer->ui->widgetOptions->isVisible() &&
+                QDir(out.path()).entryList(QDir::Files | QDir::Hidden) == files);
         // A 403 whose status text holds a link fails a list save: the error box shows the markup as text, no link.
         const QString link = "<a href=\"http://127.0.0.1:9/\">update</a>";
         sniffer->runOldSniffer();
