@@ -19,12 +19,12 @@ def helpers(state):
     """Process ids of the helpers serving from `state`."""
     found = []
     for name in glob.glob(os.path.join(state, "helper-*.pid")):
-        with open(name) as f:
-            pid = int(f.read())
-        try:
+        try:  # a leaving helper takes its file away
+            with open(name) as f:
+                pid = int(f.read())
             os.kill(pid, 0)
             found.append(pid)
-        except OSError:
+        except (OSError, ValueError):
             pass
     return found
 
@@ -32,8 +32,9 @@ def helpers(state):
 def stop_helpers(state):
     """Kills the helpers of `state` and their workers; the folder goes too."""
     for pid in helpers(state):
+        workers = subprocess.run(["pgrep", "-P", str(pid)], capture_output=True).stdout.split()  # before they lose it
         os.killpg(pid, signal.SIGKILL)  # a helper leads its own group; workers have their own
-        for child in subprocess.run(["pgrep", "-P", str(pid)], capture_output=True).stdout.split():
+        for child in workers:
             os.kill(int(child), signal.SIGKILL)
     shutil.rmtree(state, True)
 
