@@ -1,5 +1,6 @@
 #include "Sniffer/Sniffer.h"
 
+#include <QApplication>
 #include <QDebug>
 #include <QDir>
 #include <QLineEdit>
@@ -32,6 +33,9 @@ Sniffer::Sniffer(QWidget *parent)
 
 Sniffer::~Sniffer()
 {
+    // Hiding and deleting the pages below moves the focus; by then this is no
+    // longer a Sniffer to tell.
+    disconnect(qApp, &QApplication::focusChanged, this, &Sniffer::focusChanged);
     // Whatever still runs ends as on Cancel: no child outlives the window and
     // no partial file stays behind.
     if (downloader)
@@ -55,12 +59,24 @@ Sniffer::~Sniffer()
     delete uiUpdate;
 }
 
+int Sniffer::runProgram(const std::function<void(Sniffer &)> &started)
+{
+    // A termination signal ends the program as closing its window does.
+    Platform::quitOnTerminationSignals();
+    Sniffer sniffer(nullptr);
+    sniffer.start();
+    if (started)
+        started(sniffer);
+    return QCoreApplication::exec();
+}
+
 void Sniffer::start()
 {
     initWidgets();
     initClickDownloadOS();
     initClickHelp();
     initDownloader();
+    connect(qApp, &QApplication::focusChanged, this, &Sniffer::focusChanged, Qt::UniqueConnection);
     showMainDialog();
 }
 

@@ -1,5 +1,6 @@
 #include "Platform/Platform.h"
 #include "Sniffer/Log.h"
+#include "Fiofostis/SniffedDownload.h"
 #include "Sniffer/Sniffer.h"
 #include "TestSupport.h"
 #include "ui_InsertURL.h"
@@ -8,6 +9,9 @@
 #include "ui_Progress.h"
 #include "ui_Settings.h"
 #include "ui_Sniffer.h"
+
+#include <csignal>
+#include <sys/stat.h>
 
 // The application shell of the real window (offscreen): settings, data folder, log, lock, layers, progress, messages.
 class ShellTest : public QObject
@@ -124,21 +128,47 @@ private slots:
             QCOMPARE(QFile::exists(data + "/locker") ? readFile(data + "/locker") : "none",
                      QByteArray(mode == "check,check" ? "1" : "none"));
         }
-        QTemporaryDir dir; // the child takes the scenario from the environment
-        useScenario(dir.filePath("scenario"), "[download]\npart: 4096\nhang\n");
-        QProcess child;
-        const QString output = dir.filePath("clip.mp4");
-        child.start(QCoreApplication::applicationFilePath(), {"--child", "term", output});
-        // After the log's echo the child names the download's process.
-        QByteArray said;
-        QVERIFY(waitFor(
-            [&] { return (said += child.readAll()).contains("\nCHILD ") && QFile::exists(output + ".part"); }, 30000));
-        const qint64 download = said.mid(said.indexOf("\nCHILD ") + 7).split('\n').first().toInt();
-        child.terminate(); // SIGTERM
-        QVERIFY(child.waitForFinished(30000));
-        QCOMPARE(child.exitStatus(), QProcess::NormalExit);
-        QVERIFY2(!alive(download), "the download outlived the program");
-        QCOMPARE(QDir(dir.path()).entryList(QDir::Files), (QStringList{"scenario", "scenario.log"}));
+    }
+
+    // A termination signal ends the program in every state within a bound, with every child it started (the round's
+    // mark in their environment) and every partial file (a window of its own on the X server when there is one).
+    void terminationSignalsEndTheProgramItsChildrenAndItsFiles()
+    {
+        settings();
+        QStringList states{"start", "queries", "download", "conversion", "transfer", "box"};
+        if (!qEnvironmentVariableIsEmpty("DISPLAY"))
+            states << "recorder" << "recording";
+        for (int round = 0; round < 3; ++round)
+            for (const QString &state : states) {
+                const int signal = QList<int>{SIGTERM, SIGINT, SIGHUP}.at((round + states.indexOf(state)) % 3);
+                const QString where = state + " " + QString::number(signal);
+                QTemporaryDir dir;
+                useScenario(dir.filePath("scenario"), "[title]\nhang\n[formats]\nhang\n[download]\npart: 4096\nhang\n");
+                QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+                environment.insert("VIDORRA_ROUND", dir.path());
+                if (environment.contains("DISPLAY"))
+                    environment.remove("QT_QPA_PLATFORM");
+                QProcess child;
+                child.setProcessEnvironment(environment);
+                child.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+                child.start(QCoreApplication::applicationFilePath(), {"--child", "signal", state, dir.path()});
+                QByteArray said;
+                QVERIFY2(waitFor([&] { return (said += child.readAll()).contains("READY\n"); }, 60000), qPrintable(where));
+                ::kill(pid_t(child.processId()), signal);
+                QVERIFY2(child.waitForFinished(20000), qPrintable(where));
+                QVERIFY2(child.exitStatus() == QProcess::NormalExit && child.exitCode() == 0, qPrintable(where));
+                const auto survivors = [&] {
+                    QStringList found;
+                    for (const QString &pid : QDir("/proc").entryList(QDir::Dirs))
+                        if (readFile("/proc/" + pid + "/environ").contains("VIDORRA_ROUND=" + dir.path().toUtf8() + '\0'))
+                            found << pid + " " + readFile("/proc/" + pid + "/cmdline").replace('\0', ' ');
+                    return found;
+                };
+                QVERIFY2(waitFor([&] { return survivors().isEmpty(); }, 20000), qPrintable(where + ": " + survivors().join(", ")));
+                QDir(dir.path()).remove("scenario.log");
+                QCOMPARE(QDir(dir.path()).entryList(QDir::Files | QDir::System) << where, QStringList({"scenario", where}));
+                QCOMPARE(QDir(data + "/temp").entryList(QDir::Files) << where, QStringList{where});
+            }
     }
 
     // The window: its layers, progress, focus, messages and help menu.
@@ -273,20 +303,63 @@ private slots:
     }
 };
 
-// Child modes: "term", a download until a termination signal ends it; else lock steps (a failure exits with 0).
-static int runChild(const QString &mode, const QString &argument)
+// The program brought to `state`, its files in `folder`; "READY" once it is there.
+static int runSignalChild(const QString &state, const QString &folder)
+{
+    return Sniffer::runProgram([state, folder](Sniffer &sniffer) {
+        Downloader *engine = sniffer.downloader;
+        QUrl address("https://www.youtube.com/watch?v=BaW_jenozKc");
+        engine->setURL(&address);
+        std::function<bool()> ready = [] { return true; };
+        if (state == "queries") { // typed and Return pressed in the address field
+            sniffer.uiNavigation->btnDownloaderYT->click();
+            sniffer.activateWindow();
+            sniffer.uiInsertURL->inputURL->setFocus();
+            QTest::keyClicks(sniffer.uiInsertURL->inputURL, address.toString());
+            QTest::keyClick(sniffer.uiInsertURL->inputURL, Qt::Key_Return);
+            ready = [engine] { return engine->processTitle && engine->processFormats; };
+        } else if (state == "download" || state == "box") {
+            sniffer.progressBarStart();
+            engine->requestFile(22, folder + "/clip.mp4");
+            ready = [folder] { return QFile::exists(folder + "/clip.mp4.part") && QApplication::activeModalWidget(); };
+            if (state == "box")
+                QTimer::singleShot(0, &sniffer, [&sniffer] { sniffer.showPlainMessage(QMessageBox::Warning, "Box", "A"); });
+            else
+                ready = [folder] { return QFile::exists(folder + "/clip.mp4.part"); };
+        } else if (state == "conversion") { // ffmpeg waits for a writer of its input
+            ::mkfifo(QFile::encodeName(folder + "/clip.mp4"), 0600);
+            sniffer.progressBarStart(100, true);
+            engine->formatConverting(folder + "/clip.mp4", folder + "/clip.mp3", Downloader::fromAudioExtraction);
+            ready = [engine] { return engine->processFFmpeg && engine->processFFmpeg->state() == QProcess::Running; };
+        } else if (state == "transfer") {
+            auto *transfer = new SniffedDownload("127.0.0.1:9/clip.mp4", folder + "/list.mp4", false, &sniffer);
+            sniffer.sniffedDownloads << transfer;
+            transfer->start();
+            ready = [folder] { return QFile::exists(folder + "/list.mp4.part"); };
+        } else if (state.startsWith("record")) {
+            sniffer.runRecorderAV();
+            if (state == "recording")
+                sniffer.recorder->clickButtonStart();
+            ready = [&sniffer] { return sniffer.recorder && (sniffer.recorder->isVisible() || sniffer.recorder->isRecording()); };
+        }
+        auto *poll = new QTimer(&sniffer);
+        QObject::connect(poll, &QTimer::timeout, poll, [poll, ready] {
+            if (ready()) {
+                printf("READY\n");
+                poll->deleteLater();
+            }
+        });
+        poll->start(20);
+    });
+}
+
+// Child modes: "signal STATE FOLDER" (above); else lock steps (a failure exits with 0).
+static int runChild(const QString &mode, const QString &argument, const QString &folder)
 {
     setvbuf(stdout, nullptr, _IONBF, 0);
+    if (mode == "signal")
+        return runSignalChild(argument, folder);
     Sniffer sniffer;
-    if (mode == "term") {
-        Platform::quitOnTerminationSignals();
-        sniffer.start();
-        QUrl address("https://www.youtube.com/watch?v=BaW_jenozKc");
-        sniffer.downloader->setURL(&address);
-        sniffer.downloader->requestFile(22, argument);
-        printf("CHILD %lld\n", sniffer.downloader->processFile->processId());
-        return QCoreApplication::exec();
-    }
     answerNextModal([](QWidget *w) {
         auto *box = qobject_cast<QMessageBox *>(w);
         printf("BOX %s\n%s\n", qPrintable(box->windowTitle()), qPrintable(box->text()));
@@ -306,7 +379,8 @@ int main(int argc, char **argv)
     Q_INIT_RESOURCE(vidorra);
     if (child) {
         qInstallMessageHandler(myMessageHandler);
-        return runChild(QString::fromLocal8Bit(argv[2]), QString::fromLocal8Bit(argc > 3 ? argv[3] : ""));
+        return runChild(QString::fromLocal8Bit(argv[2]), QString::fromLocal8Bit(argc > 3 ? argv[3] : ""),
+                        QString::fromLocal8Bit(argc > 4 ? argv[4] : ""));
     }
     watchModals();
     ShellTest test;
