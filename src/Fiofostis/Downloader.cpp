@@ -1,6 +1,7 @@
 #include "Fiofostis/Downloader.h"
 
 #include "Fiofostis/DownloaderRules.h"
+#include "Platform/Platform.h"
 
 #include <QCoreApplication>
 #include <QDebug>
@@ -71,7 +72,7 @@ void Downloader::stop()
 QProcess *Downloader::startChild(const QString &program, const QStringList &arguments, void (Downloader::*readSlot)(),
                                  void (Downloader::*doneSlot)(int))
 {
-    auto *process = new QProcess(this);
+    auto *process = new Platform::ChildProcess(this);
     connect(process, &QProcess::readyReadStandardOutput, this, readSlot);
     connect(process, &QProcess::readyReadStandardError, this, [this, process] { readErrors(process); });
     connect(process, QOverload<int, QProcess::ExitStatus>::of(&QProcess::finished), this, doneSlot);
@@ -116,9 +117,9 @@ void Downloader::endChild(QProcess *&field)
     if (!child)
         return;
     disconnect(child, nullptr, this, nullptr);
-    child->kill();
-    // Gone before its files are removed, so it cannot write them again.
-    child->waitForFinished(5000);
+    // Gone, with what it started, before its files are removed, so nothing
+    // writes them again.
+    static_cast<Platform::ChildProcess *>(child)->endGroup();
     child->deleteLater();
 }
 

@@ -98,6 +98,8 @@ public:
     static int runProgram(const std::function<void(Sniffer &)> &started = {});
 
     void start();
+    // Ends every child and removes every partial file; the pages stay.
+    void endWork();
     void showMainDialog();
     void initWidgets();
     void showLayer(Sniffer::appLayer layer);
