@@ -145,6 +145,13 @@ QByteArray Downloader::readErrors(QProcess *child)
     return tail;
 }
 
+void Downloader::keepComplaint(const QByteArray &errors, int exitCode)
+{
+    lastComplaint = DownloaderRules::toolComplaint(errors, exitCode);
+    qCritical() << "!!! ERROR: "
+                << "the downloader said" << QString::fromUtf8(errors).trimmed();
+}
+
 void Downloader::askSignIn()
 {
     if (signInAsked)

@@ -234,12 +234,18 @@ void Sniffer::showSignInNeeded()
 
 void Sniffer::onDownloaderError(Downloader::errors error)
 {
+    if (progressTimer->isActive())
+        progressTimer->stop();
     showLayer(LayerInsertURL);
     const int line = __LINE__;
     qCritical() << "!!! ERROR: "
                 << "src/Sniffer/DownloadFile.cpp" << line << "onDownloaderError"
                 << ":" << int(error);
     appSettings.errorDetails = QStringList{QStringLiteral("src/Sniffer/DownloadFile.cpp"), QString::number(line),
-                                           QStringLiteral("onDownloaderError"), QString()};
+                                           QStringLiteral("onDownloaderError")};
+    // The tool's own words on why, when it was the tool that failed.
+    const bool toolFailed =
+        error == Downloader::errorTitle || error == Downloader::errorFormats || error == Downloader::errorDownload;
+    appSettings.errorDetails << (toolFailed ? downloader->lastComplaint.split(QLatin1Char('\n')) : QStringList{QString()});
     showErrorMessage(error);
 }
