@@ -246,6 +246,7 @@ void Sniffer::onDownloaderError(Downloader::errors error)
     // The tool's own words on why, when it was the tool that failed.
     const bool toolFailed =
         error == Downloader::errorTitle || error == Downloader::errorFormats || error == Downloader::errorDownload;
-    appSettings.errorDetails << (toolFailed ? downloader->lastComplaint.split(QLatin1Char('\n')) : QStringList{QString()});
+    appSettings.errorDetails << (toolFailed ? downloader->lastComplaint.split(QLatin1Char('\n'))
+                                            : QStringList{QString()});
     showErrorMessage(error);
 }

@@ -125,13 +125,13 @@ private slots:
     {
         sniffer.reset(); // the last test's window ends what still runs, as Cancel does
         QDir(dataFolder).removeRecursively();
-        QVERIFY(writeSettings(dataFolder,
-                              "[error_titles]\n1=\"Address not accepted\"\n2=\"Video not read\"\n3=\"Not saved\"\n"
-                              "[error_messages]\n2=\"1~Not an address of the video site.\"\n9=\"3~Not saved.\"\n"
-                              "[error_messages_dl]\n3=\"2~Title and length could not be read.\"\n8=\"3~Download failed.\"\n"
-                              "9=\"2~Formats could not be read.\"\n"
-                              "[os_urls]\n1=127.0.0.1\n2=vimeo.com\n[mirel_test_urls]\n1=a\n2=b\n3=c\n"
-                              "[test_sniffer]\n0=http://test.page/\n1=help/index.html\n"));
+        QVERIFY(writeSettings(
+            dataFolder, "[error_titles]\n1=\"Address not accepted\"\n2=\"Video not read\"\n3=\"Not saved\"\n"
+                        "[error_messages]\n2=\"1~Not an address of the video site.\"\n9=\"3~Not saved.\"\n"
+                        "[error_messages_dl]\n3=\"2~Title and length could not be read.\"\n8=\"3~Download failed.\"\n"
+                        "9=\"2~Formats could not be read.\"\n"
+                        "[os_urls]\n1=127.0.0.1\n2=vimeo.com\n[mirel_test_urls]\n1=a\n2=b\n3=c\n"
+                        "[test_sniffer]\n0=http://test.page/\n1=help/index.html\n"));
         scenario(QString());
         opened.clear();
         sniffer.reset(new Sniffer(nullptr));
@@ -246,10 +246,9 @@ private slots:
         QTest::newRow("no title") << QStringList{"[title]\nexit: 1\n", canonical, "Video not read",
                                                  "Title and length could not be read.",
                                                  "[DL] in 'onDownloaderError' : src/Sniffer/DownloadFile.cpp"};
-        QTest::newRow("listing crashed")
-            << QStringList{"[formats]\nerr: Traceback (most recent call last):\\nRuntimeError: the listing broke\ncrash\n",
-                           canonical, "Video not read", "Formats could not be read.",
-                           "comment: RuntimeError: the listing broke"};
+        QTest::newRow("listing crashed") << QStringList{
+            "[formats]\nerr: Traceback (most recent call last):\\nRuntimeError: the listing broke\ncrash\n", canonical,
+            "Video not read", "Formats could not be read.", "comment: RuntimeError: the listing broke"};
         QTest::newRow("sign-in") << QStringList{"[title]\n" + bot + "[formats]\n" + bot, canonical, "Sign-in needed",
                                                 "", "Choose your browser under Settings, Cookies from browser"};
     }
@@ -276,53 +275,42 @@ private slots:
         QVERIFY(!QApplication::activeModalWidget() && sniffer->ui->widgetInsertURL->isVisible());
     }
 
-    // A download that fails on the way is told with the tool's last words; nothing of it stays, the start is a click
-    // away. Each row: the stand-in's script, what happens to the folder during the download, the words.
-    void failedDownloadsAreToldAndLeaveNothing_data()
-    {
-        QTest::addColumn<QString>("script");
-        QTest::addColumn<QString>("folder");
-        QTest::addColumn<QString>("words");
-        QTest::newRow("crash") << "[download]\npart: 4096\nerr: ERROR: unable to download video data: HTTP Error 500\ncrash\n"
-                               << "" << "ERROR: unable to download video data: HTTP Error 500";
-        QTest::newRow("folder deleted") << "[download]\npart: 4096\nwait-for: go\npart: 8192\n"
-                                        << "deleted" << "FileNotFoundError: [Errno 2] No such file or directory";
-        // A 1 MB disk (as root), else the words of a tool that found it full.
-        QTest::newRow("disk full") << "[download]\npart: 4096\nwait-for: go\npart: 2000000\n"
-                                   << "full" << "[Errno 28] No space left on device";
-    }
+    // A download that fails on the way (the tool crashes, the folder goes, the disk fills: a 1 MB tmpfs as root, else
+    // a tool that found it full) is told with the tool's last words, in the log too; nothing of it stays.
     void failedDownloadsAreToldAndLeaveNothing()
     {
-        QFETCH(QString, script);
-        QFETCH(QString, folder);
-        QFETCH(QString, words);
         const QString target = work.filePath("failed");
-        QVERIFY(QDir(target).removeRecursively() && QDir().mkpath(target));
-        const bool tmpfs = folder == "full" && runTool("mount", {"-t", "tmpfs", "-o", "size=1m", "tmpfs", target}).isEmpty() &&
-                           runTool("findmnt", {target}).contains("tmpfs");
-        const auto unmount = qScopeGuard([&] { if (tmpfs) runTool("umount", {"-l", target}); });
-        if (folder == "full" && !tmpfs)
-            script = "[download]\npart: 4096\nwait-for: go\nerr: OSError: [Errno 28] No space left on device\nexit: 1\n";
-        QFile::remove(work.filePath("go"));
-        scenario(script);
-        qInstallMessageHandler(myMessageHandler);
-        openOptions();
-        save(sniffer->uiOptions->btnDownloadVideo, target + "/Clip");
-        const QString part = sniffer->outputVideoFile + ".part";
-        QVERIFY(waitFor([&] { return QFile::exists(part); }));
-        if (folder == "deleted")
-            QDir(target).removeRecursively();
-        closeNextMessage(&boxTitle, &boxText, 60000, &boxIcon);
-        QVERIFY(writeFile(work.filePath("go"), ""));
-        QVERIFY(waitFor([this] { return !boxText.isEmpty(); }));
-        QVERIFY2(boxTitle == "Not saved" && boxIcon == QMessageBox::Critical && boxText.startsWith("Download failed.") &&
-                     boxText.contains(words),
-                 qPrintable(boxTitle + ": " + boxText));
-        QVERIFY(!QFile::exists(part) && (!QDir(target).exists() || QDir(target).isEmpty()));
-        QVERIFY(sniffer->ui->widgetInsertURL->isVisible() && !sniffer->progressTimer->isActive());
-        QTest::mouseClick(sniffer->uiNavigation->btnBack, Qt::LeftButton);
-        QVERIFY(sniffer->ui->widgetNavigation->isVisible());
-        QVERIFY(logged().contains(words.toUtf8())); // the log says why too
+        const QList<QPair<QString, QString>> rows{
+            {"err: ERROR: unable to download video data: HTTP Error 500\ncrash",
+             "ERROR: unable to download video data"},
+            {"wait-for: go\npart: 8192", "FileNotFoundError: [Errno 2] No such file or directory"},
+            {"wait-for: go\npart: 2000000", "[Errno 28] No space left on device"}};
+        for (auto [script, words] : rows) {
+            QFile::remove(work.filePath("go"));
+            QVERIFY(QDir(target).removeRecursively() && QDir().mkpath(target));
+            const bool full = script.endsWith("2000000");
+            const bool tmpfs = full && runTool("mount", {"-t", "tmpfs", "-o", "size=1m", "tmpfs", target}).isEmpty();
+            const auto unmount = qScopeGuard([&] {
+                if (tmpfs)
+                    runTool("umount", {"-l", target});
+            });
+            scenario(
+                "[download]\npart: 4096\n" +
+                (full && !tmpfs ? "wait-for: go\nerr: OSError: [Errno 28] No space left on device\nexit: 1" : script));
+            qInstallMessageHandler(myMessageHandler);
+            openOptions();
+            save(sniffer->uiOptions->btnDownloadVideo, target + "/Clip");
+            const QString part = sniffer->outputVideoFile + ".part";
+            QVERIFY(waitFor([&] { return QFile::exists(part); }));
+            if (script.endsWith("8192"))
+                QDir(target).removeRecursively();
+            closeNextMessage(&boxTitle, &boxText);
+            QVERIFY(writeFile(work.filePath("go"), "") && waitFor([this] { return !boxText.isEmpty(); }));
+            QVERIFY2(boxTitle == "Not saved" && boxText.startsWith("Download failed.") && boxText.contains(words),
+                     qPrintable(boxText));
+            QVERIFY(!QFile::exists(part) && sniffer->ui->widgetInsertURL->isVisible() &&
+                    logged().contains(words.toUtf8()));
+        }
     }
 
     void saveFoldersAndTheSniffedList()

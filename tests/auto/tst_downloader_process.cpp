@@ -114,7 +114,8 @@ private slots:
         row("title", "exit code 1", "out: Other\\n9:99\nexit: 1", "", {"error 3"});
         row("title", "no launcher", "", "", {"error 3"});
         row("formats", "exit code 1", "out-file: recorded/formats-classic.txt\nexit: 1", "", {"error 9"});
-        row("download", "exit code 1", "out-file: recorded/progress-middle.txt\nexit: 1", "", {"percent 45.3", "error 8"});
+        row("download", "exit code 1", "out-file: recorded/progress-middle.txt\nexit: 1", "",
+            {"percent 45.3", "error 8"});
         row("update", "done", "out: Updating ...\\n\nout: Updated", "Updating ...Updated", {"updated"});
         row("update", "exit code 1", "out: ERROR\nexit: 1", "ERROR", {"update failed"});
         row("test", "match", "out: \\n  Test - 1  \\n", "Test - 1", {"testOK"});

@@ -1,6 +1,6 @@
+#include "Fiofostis/SniffedDownload.h"
 #include "Platform/Platform.h"
 #include "Sniffer/Log.h"
-#include "Fiofostis/SniffedDownload.h"
 #include "Sniffer/Sniffer.h"
 #include "TestSupport.h"
 #include "ui_InsertURL.h"
@@ -130,48 +130,48 @@ private slots:
         }
     }
 
-    // A termination signal ends the program in every state within a bound, with every child it started (the round's
-    // mark in their environment) and every partial file (a window of its own on the X server when there is one).
+    // SIGTERM, SIGINT and SIGHUP end the program in every state (a window of its own on the X server when there is
+    // one), with every child it started (the round's mark in their environment) and every partial file.
     void terminationSignalsEndTheProgramItsChildrenAndItsFiles()
     {
         settings();
-        QStringList states{"start", "queries", "download", "conversion", "transfer", "box"};
+        // Each state, and the child the program has running in it (none: its window alone).
+        QList<QPair<QString, QString>> states{{"start", ""},    {"queries", "sleep"},     {"download", "sleep"},
+                                              {"box", "sleep"}, {"conversion", "ffmpeg"}, {"transfer", "sleep"}};
         if (!qEnvironmentVariableIsEmpty("DISPLAY"))
-            states << "recorder" << "recording";
-        for (int round = 0; round < 3; ++round)
-            for (const QString &state : states) {
-                const int signal = QList<int>{SIGTERM, SIGINT, SIGHUP}.at((round + states.indexOf(state)) % 3);
-                const QString where = state + " " + QString::number(signal);
-                QTemporaryDir dir;
-                useScenario(dir.filePath("scenario"), "[title]\nspawn: 600\nhang\n[formats]\nhang\n[download]\nspawn: 600\npart: 4096\nhang\n");
-                QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-                environment.insert("VIDORRA_ROUND", dir.path());
-                if (environment.contains("DISPLAY"))
-                    environment.remove("QT_QPA_PLATFORM");
-                const auto survivors = [&] {
-                    QStringList found;
-                    for (const QString &pid : QDir("/proc").entryList(QDir::Dirs))
-                        if (readFile("/proc/" + pid + "/environ").contains("VIDORRA_ROUND=" + dir.path().toUtf8() + '\0'))
-                            found << pid + " " + readFile("/proc/" + pid + "/cmdline").replace('\0', ' ');
-                    return found;
-                };
-                QProcess child;
-                child.setProcessEnvironment(environment);
-                child.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-                child.start(QCoreApplication::applicationFilePath(), {"--child", "signal", state, dir.path()});
-                QByteArray said;
-                QVERIFY2(waitFor([&] { return (said += child.readAll()).contains("READY\n"); }, 60000), qPrintable(where));
-                // The stand-in's own child is up (the launcher's tool).
-                if (QStringList{"queries", "download", "box", "transfer"}.contains(state))
-                    QVERIFY2(waitFor([&] { return survivors().join(" ").contains("sleep 600"); }, 60000), qPrintable(where));
-                ::kill(pid_t(child.processId()), signal);
-                QVERIFY2(child.waitForFinished(20000), qPrintable(where));
-                QVERIFY2(child.exitStatus() == QProcess::NormalExit && child.exitCode() == 0, qPrintable(where));
-                QVERIFY2(waitFor([&] { return survivors().isEmpty(); }, 20000), qPrintable(where + ": " + survivors().join(", ")));
-                QDir(dir.path()).remove("scenario.log");
-                QCOMPARE(QDir(dir.path()).entryList(QDir::Files | QDir::System) << where, QStringList({"scenario", where}));
-                QCOMPARE(QDir(data + "/temp").entryList(QDir::Files) << where, QStringList{where});
-            }
+            states << qMakePair(QString("recorder"), QString()) << qMakePair(QString("recording"), QString("x11grab"));
+        for (int round = 0; round < 3 * states.size(); ++round) {
+            const auto [state, running] = states.at(round % states.size());
+            const int signal = QList<int>{SIGTERM, SIGINT, SIGHUP}.at((round + round / states.size()) % 3);
+            QTemporaryDir dir;
+            useScenario(dir.filePath("scenario"),
+                        "[title]\nspawn: 600\nhang\n[formats]\nhang\n[download]\nspawn: 600\nhang\n");
+            const auto children = [&] {
+                QStringList found;
+                for (const QString &pid : QDir("/proc").entryList(QDir::Dirs))
+                    if (readFile("/proc/" + pid + "/environ").contains("VIDORRA_ROUND=" + dir.path().toUtf8() + '\0'))
+                        found << readFile("/proc/" + pid + "/cmdline").replace('\0', ' ');
+                return found.join(", ");
+            };
+            QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+            environment.insert("VIDORRA_ROUND", dir.path());
+            if (environment.contains("DISPLAY"))
+                environment.remove("QT_QPA_PLATFORM");
+            QProcess child;
+            child.setProcessEnvironment(environment);
+            child.start(QCoreApplication::applicationFilePath(), {"--child", "signal", state, dir.path()});
+            const QString where = state + " " + QString::number(signal);
+            QVERIFY2(waitFor([&] { return child.canReadLine() && children().contains(running); }, 60000),
+                     qPrintable(where));
+            ::kill(pid_t(child.processId()), signal);
+            QVERIFY2(child.waitForFinished(20000) && child.exitStatus() == QProcess::NormalExit &&
+                         child.exitCode() == 0,
+                     qPrintable(where));
+            QVERIFY2(waitFor([&] { return children().isEmpty(); }, 20000), qPrintable(where + ": " + children()));
+            QDir(dir.path()).remove("scenario.log");
+            QCOMPARE(QDir(dir.path()).entryList(QDir::Files | QDir::System).join(" ") + where, "scenario" + where);
+            QCOMPARE(QDir(data + "/temp").entryList(QDir::Files).join(" ") + where, where);
+        }
     }
 
     // The window: its layers, progress, focus, messages and help menu.
@@ -306,53 +306,36 @@ private slots:
     }
 };
 
-// The program brought to `state`, its files in `folder`; "READY" once it is there.
+// The program brought to `state`, its files in `folder`; a line once it is on its way there.
 static int runSignalChild(const QString &state, const QString &folder)
 {
     return Sniffer::runProgram([state, folder](Sniffer &sniffer) {
-        Downloader *engine = sniffer.downloader;
         QUrl address("https://www.youtube.com/watch?v=BaW_jenozKc");
-        engine->setURL(&address);
-        std::function<bool()> ready = [] { return true; };
-        if (state == "queries") { // typed and Return pressed in the address field
+        sniffer.downloader->setURL(&address);
+        if (state == "queries") { // typed, and Return pressed in the address field
             sniffer.uiNavigation->btnDownloaderYT->click();
             sniffer.activateWindow();
             sniffer.uiInsertURL->inputURL->setFocus();
             QTest::keyClicks(sniffer.uiInsertURL->inputURL, address.toString());
             QTest::keyClick(sniffer.uiInsertURL->inputURL, Qt::Key_Return);
-            ready = [engine] { return engine->processTitle && engine->processFormats; };
         } else if (state == "download" || state == "box") {
             sniffer.progressBarStart();
-            engine->requestFile(22, folder + "/clip.mp4");
-            ready = [folder] { return QFile::exists(folder + "/clip.mp4.part") && QApplication::activeModalWidget(); };
+            sniffer.downloader->requestFile(22, folder + "/clip.mp4");
             if (state == "box")
-                QTimer::singleShot(0, &sniffer, [&sniffer] { sniffer.showPlainMessage(QMessageBox::Warning, "Box", "A"); });
-            else
-                ready = [folder] { return QFile::exists(folder + "/clip.mp4.part"); };
+                QTimer::singleShot(0, &sniffer, [&] { sniffer.showPlainMessage(QMessageBox::Warning, "Box", "A"); });
         } else if (state == "conversion") { // ffmpeg waits for a writer of its input
             ::mkfifo(QFile::encodeName(folder + "/clip.mp4"), 0600);
-            sniffer.progressBarStart(100, true);
-            engine->formatConverting(folder + "/clip.mp4", folder + "/clip.mp3", Downloader::fromAudioExtraction);
-            ready = [engine] { return engine->processFFmpeg && engine->processFFmpeg->state() == QProcess::Running; };
+            sniffer.downloader->formatConverting(folder + "/clip.mp4", folder + "/clip.mp3",
+                                                 Downloader::fromAudioExtraction);
         } else if (state == "transfer") {
-            auto *transfer = new SniffedDownload("127.0.0.1:9/clip.mp4", folder + "/list.mp4", false, &sniffer);
-            sniffer.sniffedDownloads << transfer;
-            transfer->start();
-            ready = [folder] { return QFile::exists(folder + "/list.mp4.part"); };
+            sniffer.sniffedDownloads << new SniffedDownload("127.0.0.1:9/clip.mp4", folder + "/list.mp4", false);
+            sniffer.sniffedDownloads.last()->start();
         } else if (state.startsWith("record")) {
             sniffer.runRecorderAV();
             if (state == "recording")
                 sniffer.recorder->clickButtonStart();
-            ready = [&sniffer] { return sniffer.recorder && (sniffer.recorder->isVisible() || sniffer.recorder->isRecording()); };
         }
-        auto *poll = new QTimer(&sniffer);
-        QObject::connect(poll, &QTimer::timeout, poll, [poll, ready] {
-            if (ready()) {
-                printf("READY\n");
-                poll->deleteLater();
-            }
-        });
-        poll->start(20);
+        printf("%s\n", qPrintable(state));
     });
 }
 
