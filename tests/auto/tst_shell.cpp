@@ -306,45 +306,41 @@ private slots:
     }
 };
 
-// The program brought to `state`, its files in `folder`; a line once it is on its way there.
-static int runSignalChild(const QString &state, const QString &folder)
-{
-    return Sniffer::runProgram([state, folder](Sniffer &sniffer) {
-        QUrl address("https://www.youtube.com/watch?v=BaW_jenozKc");
-        sniffer.downloader->setURL(&address);
-        if (state == "queries") { // typed, and Return pressed in the address field
-            sniffer.uiNavigation->btnDownloaderYT->click();
-            sniffer.activateWindow();
-            sniffer.uiInsertURL->inputURL->setFocus();
-            QTest::keyClicks(sniffer.uiInsertURL->inputURL, address.toString());
-            QTest::keyClick(sniffer.uiInsertURL->inputURL, Qt::Key_Return);
-        } else if (state == "download" || state == "box") {
-            sniffer.progressBarStart();
-            sniffer.downloader->requestFile(22, folder + "/clip.mp4");
-            if (state == "box")
-                QTimer::singleShot(0, &sniffer, [&] { sniffer.showPlainMessage(QMessageBox::Warning, "Box", "A"); });
-        } else if (state == "conversion") { // ffmpeg waits for a writer of its input
-            ::mkfifo(QFile::encodeName(folder + "/clip.mp4"), 0600);
-            sniffer.downloader->formatConverting(folder + "/clip.mp4", folder + "/clip.mp3",
-                                                 Downloader::fromAudioExtraction);
-        } else if (state == "transfer") {
-            sniffer.sniffedDownloads << new SniffedDownload("127.0.0.1:9/clip.mp4", folder + "/list.mp4", false);
-            sniffer.sniffedDownloads.last()->start();
-        } else if (state.startsWith("record")) {
-            sniffer.runRecorderAV();
-            if (state == "recording")
-                sniffer.recorder->clickButtonStart();
-        }
-        printf("%s\n", qPrintable(state));
-    });
-}
-
-// Child modes: "signal STATE FOLDER" (above); else lock steps (a failure exits with 0).
-static int runChild(const QString &mode, const QString &argument, const QString &folder)
+// Child modes: "signal STATE FOLDER", the program brought to a state (a line once it is on its way there); else lock
+// steps (a failure exits with 0).
+static int runChild(const QString &mode, const QString &state, const QString &folder)
 {
     setvbuf(stdout, nullptr, _IONBF, 0);
     if (mode == "signal")
-        return runSignalChild(argument, folder);
+        return Sniffer::runProgram([state, folder](Sniffer &sniffer) {
+            QUrl address("https://www.youtube.com/watch?v=BaW_jenozKc");
+            sniffer.downloader->setURL(&address);
+            if (state == "queries") { // typed, and Return pressed in the address field
+                sniffer.uiNavigation->btnDownloaderYT->click();
+                sniffer.activateWindow();
+                sniffer.uiInsertURL->inputURL->setFocus();
+                QTest::keyClicks(sniffer.uiInsertURL->inputURL, address.toString());
+                QTest::keyClick(sniffer.uiInsertURL->inputURL, Qt::Key_Return);
+            } else if (state == "download" || state == "box") {
+                sniffer.progressBarStart();
+                sniffer.downloader->requestFile(22, folder + "/clip.mp4");
+                if (state == "box")
+                    QTimer::singleShot(0, &sniffer,
+                                       [&] { sniffer.showPlainMessage(QMessageBox::Warning, "Box", "A"); });
+            } else if (state == "conversion") { // ffmpeg waits for a writer of its input
+                ::mkfifo(QFile::encodeName(folder + "/clip.mp4"), 0600);
+                sniffer.downloader->formatConverting(folder + "/clip.mp4", folder + "/clip.mp3",
+                                                     Downloader::fromAudioExtraction);
+            } else if (state == "transfer") {
+                sniffer.sniffedDownloads << new SniffedDownload("127.0.0.1:9/clip.mp4", folder + "/list.mp4", false);
+                sniffer.sniffedDownloads.last()->start();
+            } else if (state.startsWith("record")) {
+                sniffer.runRecorderAV();
+                if (state == "recording")
+                    sniffer.recorder->clickButtonStart();
+            }
+            printf("%s\n", qPrintable(state));
+        });
     Sniffer sniffer;
     answerNextModal([](QWidget *w) {
         auto *box = qobject_cast<QMessageBox *>(w);
