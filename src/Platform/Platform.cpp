@@ -178,6 +178,13 @@ bool terminationRequested()
 #endif
 }
 
+void woundDown()
+{
+#ifdef Q_OS_UNIX
+    ::alarm(0);
+#endif
+}
+
 ChildProcess::ChildProcess(QObject *parent)
     : QProcess(parent)
 {

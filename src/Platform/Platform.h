@@ -66,6 +66,9 @@ void switchSoundLoopback(bool enable);
 void quitOnTerminationSignals(std::function<void()> beforeQuit = {});
 // A termination signal came: nothing new is to be started.
 bool terminationRequested();
+// The program has wound down (its window and children are gone): no last
+// resort is needed any more.
+void woundDown();
 
 // A child process that leads a process group of its own, so that ending it
 // ends whatever it started too (a launcher's tool, a helper's worker).

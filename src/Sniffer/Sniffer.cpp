@@ -70,14 +70,19 @@ void Sniffer::endWork()
 
 int Sniffer::runProgram(const std::function<void(Sniffer &)> &started)
 {
-    Sniffer sniffer(nullptr);
-    // A termination signal ends the work at once, whatever window is open,
-    // and the program as closing its window does.
-    Platform::quitOnTerminationSignals([&sniffer] { sniffer.endWork(); });
-    sniffer.start();
-    if (started)
-        started(sniffer);
-    return QCoreApplication::exec();
+    int code = 0;
+    {
+        Sniffer sniffer(nullptr);
+        // A termination signal ends the work at once, whatever window is
+        // open, and the program as closing its window does.
+        Platform::quitOnTerminationSignals([&sniffer] { sniffer.endWork(); });
+        sniffer.start();
+        if (started)
+            started(sniffer);
+        code = QCoreApplication::exec();
+    }
+    Platform::woundDown();
+    return code;
 }
 
 void Sniffer::start()
