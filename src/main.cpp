@@ -1,6 +1,5 @@
 #include <QApplication>
 
-#include "Platform/Platform.h"
 #include "Sniffer/Log.h"
 #include "Sniffer/Sniffer.h"
 
@@ -11,11 +10,5 @@ int main(int argc, char *argv[])
     // The menu entry the desktop matches the window with (Wayland included).
     QGuiApplication::setDesktopFileName(QStringLiteral("org.vidorra2.vidorra2"));
     Q_INIT_RESOURCE(vidorra);
-    // A termination signal ends the program as closing its window does.
-    Platform::quitOnTerminationSignals();
-
-    Sniffer sniffer(nullptr);
-    sniffer.start();
-    QObject::connect(&app, &QApplication::focusChanged, &sniffer, &Sniffer::focusChanged);
-    return app.exec();
+    return Sniffer::runProgram();
 }

@@ -94,17 +94,22 @@ AVRecorder::AVRecorder(QWidget *parent, QString appDir, QString tempDir)
 AVRecorder::~AVRecorder()
 {
     // A recorder let go while it records takes its grabbers with it.
-    for (QProcess *process : {screenProcess, videoProcess, audioProcess, mergeProcess}) {
-        if (process) {
-            process->disconnect(this);
-            process->kill();
-            process->waitForFinished(quitWaitMs);
-            delete process;
-        }
-    }
+    endChildren();
+    for (QProcess *process : {screenProcess, videoProcess, audioProcess, mergeProcess})
+        delete process;
     delete stopDialog;
     delete spinner;
     delete ui;
+}
+
+void AVRecorder::endChildren()
+{
+    for (QProcess *process : {screenProcess, videoProcess, audioProcess, mergeProcess}) {
+        if (process) {
+            process->disconnect(this);
+            static_cast<Platform::ChildProcess *>(process)->endGroup(0);
+        }
+    }
 }
 
 void AVRecorder::setBackgroundColor(QString color)
@@ -200,7 +205,7 @@ void AVRecorder::selectInputScreen()
         return;
     }
     delete screenProcess;
-    screenProcess = new QProcess;
+    screenProcess = new Platform::ChildProcess;
     connect(screenProcess, &QProcess::readyReadStandardError, this, &AVRecorder::readInputScreenErr);
     connect(screenProcess, QOverload<int, QProcess::ExitStatus>::of(&QProcess::finished), this,
             [this](int exitCode) { finishedReadInputScreen(exitCode); });
@@ -280,7 +285,7 @@ void AVRecorder::clickButtonClose()
 QProcess *AVRecorder::startGrabber(const QString &program, const QStringList &arguments, void (AVRecorder::*output)(),
                                    void (AVRecorder::*error)(), const QProcessEnvironment &environment)
 {
-    auto *process = new QProcess;
+    auto *process = new Platform::ChildProcess;
     process->setProcessEnvironment(environment);
     connect(process, &QProcess::readyReadStandardOutput, this, output);
     connect(process, &QProcess::readyReadStandardError, this, error);
@@ -410,7 +415,7 @@ void AVRecorder::mergeAudioVideo()
     stopSomeProcess(stopNone);
     QFile::remove(resultFile);
 
-    mergeProcess = new QProcess;
+    mergeProcess = new Platform::ChildProcess;
     connect(mergeProcess, &QProcess::readyReadStandardOutput, this, &AVRecorder::printAudioVideoOutput);
     connect(mergeProcess, &QProcess::readyReadStandardError, this, &AVRecorder::printAudioVideoError);
 
@@ -422,6 +427,14 @@ void AVRecorder::mergeAudioVideo()
     const QDateTime until = QDateTime::currentDateTime().addSecs(2);
     while (QDateTime::currentDateTime() < until)
         QCoreApplication::processEvents(QEventLoop::AllEvents, 100);
+    // The program is ending: no merge is started any more.
+    if (Platform::terminationRequested()) {
+        delete mergeProcess;
+        mergeProcess = nullptr;
+        recording = false;
+        spinner->hide();
+        return;
+    }
 
     // A machine without sound still gets its picture.
     const QString sound = holdsSound(audioFile) ? audioFile : QString();

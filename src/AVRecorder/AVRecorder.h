@@ -46,6 +46,8 @@ public:
     void grabAudio();
     void mergeAudioVideo();
     void stopSomeProcess(AVRecorder::stopProcessType type);
+    // Ends every child at once (the recording is lost); the recorder stays.
+    void endChildren();
     void sendDoneSignal();
     // Stops the video grabber and the audio grabber (types 1 and 2).
     void endGrabbers();

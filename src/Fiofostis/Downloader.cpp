@@ -1,6 +1,7 @@
 #include "Fiofostis/Downloader.h"
 
 #include "Fiofostis/DownloaderRules.h"
+#include "Platform/Platform.h"
 
 #include <QCoreApplication>
 #include <QDebug>
@@ -72,7 +73,7 @@ void Downloader::stop()
 QProcess *Downloader::startChild(const QString &program, const QStringList &arguments, void (Downloader::*readSlot)(),
                                  void (Downloader::*doneSlot)(int))
 {
-    auto *process = new QProcess(this);
+    auto *process = new Platform::ChildProcess(this);
     connect(process, &QProcess::readyReadStandardOutput, this, readSlot);
     connect(process, &QProcess::readyReadStandardError, this, [this, process] { readErrors(process); });
     connect(process, QOverload<int, QProcess::ExitStatus>::of(&QProcess::finished), this, doneSlot);
@@ -117,9 +118,9 @@ void Downloader::endChild(QProcess *&field)
     if (!child)
         return;
     disconnect(child, nullptr, this, nullptr);
-    child->kill();
-    // Gone before its files are removed, so it cannot write them again.
-    child->waitForFinished(5000);
+    // Gone, with what it started, before its files are removed, so nothing
+    // writes them again.
+    static_cast<Platform::ChildProcess *>(child)->endGroup();
     child->deleteLater();
 }
 
@@ -143,6 +144,13 @@ QByteArray Downloader::readErrors(QProcess *child)
     if (child == processUpdate && DownloaderRules::updateProgress(tail, &figure, &name))
         emit updateProgress(figure, name);
     return tail;
+}
+
+void Downloader::keepComplaint(const QByteArray &errors, int exitCode)
+{
+    lastComplaint = DownloaderRules::toolComplaint(errors, exitCode);
+    qCritical() << "!!! ERROR: "
+                << "the downloader said" << QString::fromUtf8(errors).trimmed();
 }
 
 void Downloader::askSignIn()

@@ -26,7 +26,9 @@ public:
         errorUpdate = 4,
         errorConverting = 5,
         errorNoAudioFile = 6,
-        errorCannotRemove = 7
+        errorCannotRemove = 7,
+        errorDownload = 8,
+        errorFormats = 9
     };
     Q_ENUM(errors)
 
@@ -79,6 +81,7 @@ public:
     QStringList ffmpegArgs;
     QStringList testData;
     bool signInAsked = false; // once per address, though both queries fail
+    QString lastComplaint;    // the tool's own words on the last failed query or download, plain text
     FormatConvertingFrom convertingFrom = fromAudioExtraction;
 
 signals:
@@ -131,6 +134,8 @@ private:
     // an update's progress lines are passed on as they come.
     QByteArray readErrors(QProcess *child);
     void askSignIn();
+    // Logs the tool's words on a failed run and keeps them for the message.
+    void keepComplaint(const QByteArray &errors, int exitCode);
 };
 
 struct DownloaderOptions

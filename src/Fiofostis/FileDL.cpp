@@ -3,6 +3,7 @@
 #include "Fiofostis/DownloaderRules.h"
 
 #include <QDebug>
+#include <QFile>
 
 void Downloader::requestFile(int format, QString outputPath)
 {
@@ -26,15 +27,21 @@ void Downloader::readFile()
 
 void Downloader::gotFile(int exitCode)
 {
+    const QByteArray errors = readErrors(endedChild(processFile));
     releaseEndedChild(processFile);
-    // No error for the user here: the step stays at "downloading", so a
-    // later stop still removes the partial file.
-    if (exitCode != 0) {
+    // A download that ended without its file (the tool crashed, the disk is
+    // full, the folder is gone) is told with the tool's words, and what it
+    // had written goes.
+    if (exitCode != 0 || !QFile::exists(partFile.chopped(5))) {
         qCritical() << "!!! ERROR: "
                     << "src/Fiofostis/FileDL.cpp" << 32 << "gotFile"
                     << ":"
                     << "exitCode"
                     << ":" << exitCode;
+        keepComplaint(errors, exitCode);
+        QFile::remove(partFile);
+        step = stepIdle;
+        emit hasError(errorDownload);
         return;
     }
     options->steps.append(step);

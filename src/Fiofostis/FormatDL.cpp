@@ -25,17 +25,20 @@ void Downloader::gotFormats(int exitCode)
 {
     const QByteArray errors = readErrors(endedChild(processFormats));
     releaseEndedChild(processFormats);
-    // A failed listing only leaves its log line: the title query already
-    // tells the user when the address is no good, but not that the site
-    // wants a sign-in, should the listing be the first to hear it.
+    // A failed listing ends the title query too and tells why, or that the
+    // site wants a sign-in.
     if (exitCode != 0) {
         qCritical() << "!!! ERROR: "
                     << "src/Fiofostis/FormatDL.cpp" << 28 << "gotFormats"
                     << ":"
                     << "exitCode"
                     << ":" << exitCode;
+        keepComplaint(errors, exitCode);
+        endChild(processTitle);
         if (DownloaderRules::asksSignIn(errors))
             askSignIn();
+        else if (!signInAsked)
+            emit hasError(errorFormats);
         return;
     }
     fillFormatAudio();

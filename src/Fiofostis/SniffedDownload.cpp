@@ -49,7 +49,7 @@ void SniffedDownload::start()
 void SniffedDownload::run(const QString &program, const QStringList &args)
 {
     errorOutput.clear();
-    process = new QProcess(this);
+    process = new Platform::ChildProcess(this);
     // Progress is not shown for these; the tools' complaints are.
     process->setStandardOutputFile(QProcess::nullDevice());
     connect(process, &QProcess::readyReadStandardError, this,
@@ -70,8 +70,7 @@ void SniffedDownload::stop()
     if (!child)
         return;
     disconnect(child, nullptr, this, nullptr);
-    child->kill();
-    child->waitForFinished(5000);
+    static_cast<Platform::ChildProcess *>(child)->endGroup();
     delete child;
     files.removeCreated();
 }

@@ -32,6 +32,10 @@ void Downloader::gotTitle(int exitCode)
                     << ":"
                     << "exitCode"
                     << ":" << exitCode;
+        keepComplaint(errors, exitCode);
+        // One failed query is the answer for the address: the other one
+        // cannot tell it again.
+        endChild(processFormats);
         if (DownloaderRules::asksSignIn(errors))
             askSignIn();
         else

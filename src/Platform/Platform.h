@@ -1,7 +1,10 @@
 #pragma once
 
+#include <QProcess>
 #include <QString>
 #include <QStringList>
+
+#include <functional>
 
 // Everything that differs between macOS and the other desktops is answered
 // here, so the rest of the program never tests the platform itself.
@@ -55,9 +58,34 @@ bool audioCaptureDriverScripts();
 // sound server this logs and does nothing.
 void switchSoundLoopback(bool enable);
 
-// SIGTERM, SIGINT and SIGHUP make the running application leave its event
-// loop, so the program winds down as when its window is closed. Call once,
-// after the application object exists.
-void quitOnTerminationSignals();
+// SIGTERM, SIGINT and SIGHUP end the program: `beforeQuit` ends its work
+// (children and partial files), then every event loop is left, the dialogs'
+// too, and the program winds down as when its window is closed. Should the
+// wind-down hang, the program is ended a few seconds later, its children's
+// process groups first. Call once, after the application object exists.
+void quitOnTerminationSignals(std::function<void()> beforeQuit = {});
+// A termination signal came: nothing new is to be started.
+bool terminationRequested();
+// The program has wound down (its window and children are gone): no last
+// resort is needed any more.
+void woundDown();
+
+// A child process that leads a process group of its own, so that ending it
+// ends whatever it started too (a launcher's tool, a helper's worker).
+class ChildProcess : public QProcess
+{
+public:
+    explicit ChildProcess(QObject *parent = nullptr);
+    ~ChildProcess() override;
+    // Asks the whole group to end, then kills it when the child has not
+    // ended within `graceMs`; returns once the child is gone.
+    void endGroup(int graceMs = 1000);
+
+protected:
+    void setupChildProcess() override;
+
+private:
+    qint64 group = 0; // the running child's group, 0 once it is ended
+};
 
 } // namespace Platform

@@ -258,6 +258,8 @@ void Sniffer::showSignInNeeded()
 
 void Sniffer::onDownloaderError(Downloader::errors error)
 {
+    if (progressTimer->isActive())
+        progressTimer->stop();
     showLayer(LayerInsertURL);
     discardSave();
     const int line = __LINE__;
@@ -265,6 +267,11 @@ void Sniffer::onDownloaderError(Downloader::errors error)
                 << "src/Sniffer/DownloadFile.cpp" << line << "onDownloaderError"
                 << ":" << int(error);
     appSettings.errorDetails = QStringList{QStringLiteral("src/Sniffer/DownloadFile.cpp"), QString::number(line),
-                                           QStringLiteral("onDownloaderError"), QString()};
+                                           QStringLiteral("onDownloaderError")};
+    // The tool's own words on why, when it was the tool that failed.
+    const bool toolFailed =
+        error == Downloader::errorTitle || error == Downloader::errorFormats || error == Downloader::errorDownload;
+    appSettings.errorDetails << (toolFailed ? downloader->lastComplaint.split(QLatin1Char('\n'))
+                                            : QStringList{QString()});
     showErrorMessage(error);
 }

@@ -1,5 +1,6 @@
 #include "Sniffer/Sniffer.h"
 
+#include <QApplication>
 #include <QDebug>
 #include <QDir>
 #include <QLineEdit>
@@ -32,18 +33,14 @@ Sniffer::Sniffer(QWidget *parent)
 
 Sniffer::~Sniffer()
 {
-    // Whatever still runs ends as on Cancel: no child outlives the window and
-    // no partial file stays behind.
-    if (downloader)
-        downloader->stop();
-    discardSave();
-    qDeleteAll(sniffedDownloads); // each removes what it had written
-    // A recorder still open ends its grabbers; the sound input the
-    // recorder switched comes back, and no work file outlives the run.
+    // Hiding and deleting the pages below moves the focus; by then this is no
+    // longer a Sniffer to tell.
+    disconnect(qApp, &QApplication::focusChanged, this, &Sniffer::focusChanged);
+    endWork();
+    qDeleteAll(sniffedDownloads);
     delete recorder;
+    // The sound input the recorder switched comes back.
     Platform::switchSoundLoopback(false);
-    if (!appSettings.appDataFolder.isEmpty())
-        clearDir(appSettings.appDataFolder + QDir::separator() + QStringLiteral("temp"));
     delete downloader;
     delete avFoundation;
     delete ui;
@@ -56,12 +53,46 @@ Sniffer::~Sniffer()
     delete uiUpdate;
 }
 
+void Sniffer::endWork()
+{
+    // Whatever still runs ends as on Cancel: no child outlives the window and
+    // no partial file stays behind.
+    if (downloader)
+        downloader->stop();
+    discardSave();
+    for (SniffedDownload *transfer : qAsConst(sniffedDownloads))
+        transfer->stop(); // each removes what it had written
+    // A recorder still open ends its grabbers; no work file outlives the run.
+    if (recorder)
+        recorder->endChildren();
+    if (!appSettings.appDataFolder.isEmpty())
+        clearDir(appSettings.appDataFolder + QDir::separator() + QStringLiteral("temp"));
+}
+
+int Sniffer::runProgram(const std::function<void(Sniffer &)> &started)
+{
+    int code = 0;
+    {
+        Sniffer sniffer(nullptr);
+        // A termination signal ends the work at once, whatever window is
+        // open, and the program as closing its window does.
+        Platform::quitOnTerminationSignals([&sniffer] { sniffer.endWork(); });
+        sniffer.start();
+        if (started)
+            started(sniffer);
+        code = QCoreApplication::exec();
+    }
+    Platform::woundDown();
+    return code;
+}
+
 void Sniffer::start()
 {
     initWidgets();
     initClickDownloadOS();
     initClickHelp();
     initDownloader();
+    connect(qApp, &QApplication::focusChanged, this, &Sniffer::focusChanged, Qt::UniqueConnection);
     showMainDialog();
 }
 

@@ -9,6 +9,8 @@
 #include <QString>
 #include <QStringList>
 
+#include <functional>
+
 #include "AVRecorder/AVRecorder.h"
 #include "Fiofostis/Downloader.h"
 #include "Fiofostis/JobFiles.h"
@@ -92,7 +94,13 @@ public:
     explicit Sniffer(QWidget *parent = nullptr);
     ~Sniffer() override;
 
+    // The program's run: the window on the start page until it is closed or a
+    // termination signal comes; `started` is called once the window is up.
+    static int runProgram(const std::function<void(Sniffer &)> &started = {});
+
     void start();
+    // Ends every child and removes every partial file; the pages stay.
+    void endWork();
     void showMainDialog();
     void initWidgets();
     void showLayer(Sniffer::appLayer layer);

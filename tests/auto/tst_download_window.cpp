@@ -1,4 +1,5 @@
 #include "Sniffer/DownloadRules.h"
+#include "Sniffer/Log.h"
 #include "Sniffer/SniffedRules.h"
 #include "Sniffer/Sniffer.h"
 #include "Sniffer/SnifferQueue.h"
@@ -117,12 +118,14 @@ private slots:
 
     void init()
     {
-        sniffer.reset(); // the last test's window ends what still runs, as Cancel does
+        sniffer.reset();                 // the last test's window ends what still runs, as Cancel does
+        qInstallMessageHandler(nullptr); // a test that reads the log writes it
         QDir(dataFolder).removeRecursively();
         QVERIFY(writeSettings(dataFolder,
-                              "[error_titles]\n1=\"Address not accepted\"\n2=\"Video not read\"\n"
+                              "[error_titles]\n1=\"Address not accepted\"\n2=\"Video not read\"\n3=\"Not saved\"\n"
                               "[error_messages]\n2=\"1~Not an address of the video site.\"\n9=\"3~Not saved.\"\n"
                               "[error_messages_dl]\n3=\"2~Title and length could not be read.\"\n"
+                              "8=\"3~Download failed.\"\n9=\"2~Formats could not be read.\"\n"
                               "[os_urls]\n1=127.0.0.1\n2=vimeo.com\n[mirel_test_urls]\n1=a\n2=b\n3=c\n"
                               "[test_sniffer]\n0=http://test.page/\n1=help/index.html\n"));
         scenario(QString());
@@ -236,6 +239,9 @@ private slots:
         QTest::newRow("no title") << QStringList{"[title]\nexit: 1\n", canonical, "Video not read",
                                                  "Title and length could not be read.",
                                                  "[DL] in 'onDownloaderError' : src/Sniffer/DownloadFile.cpp"};
+        QTest::newRow("listing crashed") << QStringList{
+            "[formats]\nerr: Traceback (most recent call last):\\nRuntimeError: the listing broke\ncrash\n", canonical,
+            "Video not read", "Formats could not be read.", "comment: RuntimeError: the listing broke"};
         QTest::newRow("sign-in") << QStringList{"[title]\n" + bot + "[formats]\n" + bot, canonical, "Sign-in needed",
                                                 "", "Choose your browser under Settings, Cookies from browser"};
     }
@@ -243,7 +249,8 @@ private slots:
     {
         QFETCH(QStringList, row);
         const QString script = row.takeFirst(), address = row.takeFirst(), title = row.takeFirst();
-        const QString log = scenario(script);
+        scenario(script);
+        qInstallMessageHandler(myMessageHandler);
         closeNextMessage(&boxTitle, &boxText, 60000, &boxIcon, &boxPlain);
         enter(address);
         QVERIFY(waitFor([this] { return !boxText.isEmpty(); }));
@@ -253,12 +260,50 @@ private slots:
             QVERIFY2(boxText.contains(part), qPrintable(boxText));
         QCOMPARE(boxIcon == QMessageBox::Warning && boxPlain, title == "Sign-in needed");
         QCOMPARE(sniffer->uiInsertURL->inputURL->text(), address);
-        // The other query's end, listed or failed, neither opens the Options page nor tells again.
-        QVERIFY(waitFor([&] {
-            return fakeCalls(log, "formats").size() == int(!script.isEmpty()) && !sniffer->downloader->processFormats;
-        }));
+        const QByteArray words = row.last().section("comment: ", 1).toUtf8(); // the tool's, in the log too
+        QVERIFY(readFile(dataFolder + Log::fileName(QDate::currentDate())).contains(words));
+        // The other query is ended: it neither opens the Options page nor tells again.
+        QVERIFY(!sniffer->downloader->processFormats && !sniffer->downloader->processTitle);
         QCoreApplication::processEvents();
         QVERIFY(!QApplication::activeModalWidget() && sniffer->ui->widgetInsertURL->isVisible());
+    }
+
+    // A download that fails on the way (the tool crashes, the folder goes, the disk fills: a 1 MB tmpfs as root, else
+    // a tool that found it full) is told with the tool's last words, in the log too; nothing of it stays.
+    void failedDownloadsAreToldAndLeaveNothing()
+    {
+        const QString target = work.filePath("failed");
+        const QList<QPair<QString, QString>> rows{
+            {"err: ERROR: unable to download video data: HTTP Error 500\ncrash",
+             "ERROR: unable to download video data"},
+            {"wait-for: go\npart: 8192", "FileNotFoundError: [Errno 2] No such file or directory"},
+            {"wait-for: go\npart: 2000000", "[Errno 28] No space left on device"}};
+        for (auto [script, words] : rows) {
+            QFile::remove(work.filePath("go"));
+            QVERIFY(QDir(target).removeRecursively() && QDir().mkpath(target));
+            const bool full = script.endsWith("2000000");
+            const bool tmpfs = full && runTool("mount", {"-t", "tmpfs", "-o", "size=1m", "tmpfs", target}).isEmpty();
+            const auto unmount = qScopeGuard([&] {
+                if (tmpfs)
+                    runTool("umount", {"-l", target});
+            });
+            scenario(
+                "[download]\npart: 4096\n" +
+                (full && !tmpfs ? "wait-for: go\nerr: OSError: [Errno 28] No space left on device\nexit: 1" : script));
+            qInstallMessageHandler(myMessageHandler);
+            openOptions();
+            save(sniffer->uiOptions->btnDownloadVideo, target + "/Clip");
+            const QString part = sniffer->outputVideoFile + ".part";
+            QVERIFY(waitFor([&] { return QFile::exists(part); }));
+            if (script.endsWith("8192"))
+                QDir(target).removeRecursively();
+            closeNextMessage(&boxTitle, &boxText);
+            QVERIFY(writeFile(work.filePath("go"), "") && waitFor([this] { return !boxText.isEmpty(); }));
+            QVERIFY2(boxTitle == "Not saved" && boxText.startsWith("Download failed.") && boxText.contains(words),
+                     qPrintable(boxText));
+            QVERIFY(!QFile::exists(part) && sniffer->ui->widgetInsertURL->isVisible() &&
+                    readFile(dataFolder + Log::fileName(QDate::currentDate())).contains(words.toUtf8()));
+        }
     }
 
     void saveFoldersAndTheSniffedList()

@@ -1,3 +1,4 @@
+#include "Fiofostis/SniffedDownload.h"
 #include "Platform/Platform.h"
 #include "Sniffer/Log.h"
 #include "Sniffer/Sniffer.h"
@@ -8,6 +9,9 @@
 #include "ui_Progress.h"
 #include "ui_Settings.h"
 #include "ui_Sniffer.h"
+
+#include <csignal>
+#include <sys/stat.h>
 
 // The application shell of the real window (offscreen): settings, data folder, log, lock, layers, progress, messages.
 class ShellTest : public QObject
@@ -124,21 +128,50 @@ private slots:
             QCOMPARE(QFile::exists(data + "/locker") ? readFile(data + "/locker") : "none",
                      QByteArray(mode == "check,check" ? "1" : "none"));
         }
-        QTemporaryDir dir; // the child takes the scenario from the environment
-        useScenario(dir.filePath("scenario"), "[download]\npart: 4096\nhang\n");
-        QProcess child;
-        const QString output = dir.filePath("clip.mp4");
-        child.start(QCoreApplication::applicationFilePath(), {"--child", "term", output});
-        // After the log's echo the child names the download's process.
-        QByteArray said;
-        QVERIFY(waitFor(
-            [&] { return (said += child.readAll()).contains("\nCHILD ") && QFile::exists(output + ".part"); }, 30000));
-        const qint64 download = said.mid(said.indexOf("\nCHILD ") + 7).split('\n').first().toInt();
-        child.terminate(); // SIGTERM
-        QVERIFY(child.waitForFinished(30000));
-        QCOMPARE(child.exitStatus(), QProcess::NormalExit);
-        QVERIFY2(!alive(download), "the download outlived the program");
-        QCOMPARE(QDir(dir.path()).entryList(QDir::Files), (QStringList{"scenario", "scenario.log"}));
+    }
+
+    // SIGTERM, SIGINT and SIGHUP end the program in every state (a window of its own on the X server when there is
+    // one), with every child it started (the round's mark in their environment) and every partial file.
+    void terminationSignalsEndTheProgramItsChildrenAndItsFiles()
+    {
+        settings();
+        // Each state, and the child the program has running in it (none: its window alone).
+        QList<QPair<QString, QString>> states{{"start", ""},    {"queries", "sleep"},     {"download", "sleep"},
+                                              {"box", "sleep"}, {"conversion", "ffmpeg"}, {"transfer", "sleep"}};
+        if (!qEnvironmentVariableIsEmpty("DISPLAY"))
+            states << qMakePair(QString("recorder"), QString()) << qMakePair(QString("recording"), QString("x11grab"));
+        for (int round = 0; round < 3 * states.size(); ++round) {
+            const auto [state, running] = states.at(round % states.size());
+            const int signal = QList<int>{SIGTERM, SIGINT, SIGHUP}.at((round + round / states.size()) % 3);
+            QTemporaryDir dir;
+            useScenario(dir.filePath("scenario"),
+                        "[title]\nspawn: 600\nhang\n[formats]\nhang\n[download]\nspawn: 600\nhang\n");
+            const auto children = [&] {
+                QStringList found;
+                for (const QString &pid : QDir("/proc").entryList(QDir::Dirs))
+                    if (readFile("/proc/" + pid + "/environ").contains("VIDORRA_ROUND=" + dir.path().toUtf8() + '\0'))
+                        found << readFile("/proc/" + pid + "/cmdline").replace('\0', ' ');
+                return found.join(", ");
+            };
+            QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+            environment.insert("VIDORRA_ROUND", dir.path());
+            if (environment.contains("DISPLAY"))
+                environment.remove("QT_QPA_PLATFORM");
+            QProcess child;
+            child.setProcessEnvironment(environment);
+            child.start(QCoreApplication::applicationFilePath(), {"--child", "signal", state, dir.path()});
+            const QString where = state + " " + QString::number(signal);
+            QVERIFY2(waitFor([&] { return child.canReadLine() && children().contains(running); }, 60000),
+                     qPrintable(where));
+            ::kill(pid_t(child.processId()), signal);
+            QVERIFY2(child.waitForFinished(20000) && child.exitStatus() == QProcess::NormalExit &&
+                         child.exitCode() == 0,
+                     qPrintable(where));
+            QVERIFY2(waitFor([&] { return children().isEmpty(); }, 20000), qPrintable(where + ": " + children()));
+            QDir(dir.path()).remove("scenario.log");
+            QCOMPARE(QDir(dir.path()).entryList(QDir::Files | QDir::System).join(" ") + where, "scenario" + where);
+            QCOMPARE(QDir(data + "/temp").entryList(QDir::Files).join(" ") + where, where);
+        }
     }
 
     // The window: its layers, progress, focus, messages and help menu.
@@ -269,20 +302,42 @@ private slots:
     }
 };
 
-// Child modes: "term", a download until a termination signal ends it; else lock steps (a failure exits with 0).
-static int runChild(const QString &mode, const QString &argument)
+// Child modes: "signal STATE FOLDER", the program brought to a state (a line once it is on its way there); else lock
+// steps (a failure exits with 0).
+static int runChild(const QString &mode, const QString &state, const QString &folder)
 {
     setvbuf(stdout, nullptr, _IONBF, 0);
+    if (mode == "signal")
+        return Sniffer::runProgram([state, folder](Sniffer &sniffer) {
+            QUrl address("https://www.youtube.com/watch?v=BaW_jenozKc");
+            sniffer.downloader->setURL(&address);
+            if (state == "queries") { // typed, and Return pressed in the address field
+                sniffer.uiNavigation->btnDownloaderYT->click();
+                sniffer.activateWindow();
+                sniffer.uiInsertURL->inputURL->setFocus();
+                QTest::keyClicks(sniffer.uiInsertURL->inputURL, address.toString());
+                QTest::keyClick(sniffer.uiInsertURL->inputURL, Qt::Key_Return);
+            } else if (state == "download" || state == "box") {
+                sniffer.progressBarStart();
+                sniffer.downloader->requestFile(22, folder + "/clip.mp4");
+                if (state == "box")
+                    QTimer::singleShot(0, &sniffer,
+                                       [&] { sniffer.showPlainMessage(QMessageBox::Warning, "Box", "A"); });
+            } else if (state == "conversion") { // ffmpeg waits for a writer of its input
+                ::mkfifo(QFile::encodeName(folder + "/clip.mp4"), 0600);
+                sniffer.downloader->formatConverting(folder + "/clip.mp4", folder + "/clip.mp3",
+                                                     Downloader::fromAudioExtraction);
+            } else if (state == "transfer") {
+                sniffer.sniffedDownloads << new SniffedDownload("127.0.0.1:9/clip.mp4", folder + "/list.mp4", false);
+                sniffer.sniffedDownloads.last()->start();
+            } else if (state.startsWith("record")) {
+                sniffer.runRecorderAV();
+                if (state == "recording")
+                    sniffer.recorder->clickButtonStart();
+            }
+            printf("%s\n", qPrintable(state));
+        });
     Sniffer sniffer;
-    if (mode == "term") {
-        Platform::quitOnTerminationSignals();
-        sniffer.start();
-        QUrl address("https://www.youtube.com/watch?v=BaW_jenozKc");
-        sniffer.downloader->setURL(&address);
-        sniffer.downloader->requestFile(22, argument);
-        printf("CHILD %lld\n", sniffer.downloader->processFile->processId());
-        return QCoreApplication::exec();
-    }
     answerNextModal([](QWidget *w) {
         auto *box = qobject_cast<QMessageBox *>(w);
         printf("BOX %s\n%s\n", qPrintable(box->windowTitle()), qPrintable(box->text()));
@@ -302,7 +357,8 @@ int main(int argc, char **argv)
     Q_INIT_RESOURCE(vidorra);
     if (child) {
         qInstallMessageHandler(myMessageHandler);
-        return runChild(QString::fromLocal8Bit(argv[2]), QString::fromLocal8Bit(argc > 3 ? argv[3] : ""));
+        return runChild(QString::fromLocal8Bit(argv[2]), QString::fromLocal8Bit(argc > 3 ? argv[3] : ""),
+                        QString::fromLocal8Bit(argc > 4 ? argv[4] : ""));
     }
     watchModals();
     ShellTest test;
