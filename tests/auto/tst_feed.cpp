@@ -44,7 +44,7 @@ int standIn(int argc, char **argv)
     QCoreApplication app(argc, argv);
     SniffServer server;
     QFile notes(Platform::programDataFolder() + QStringLiteral("/stand-in.txt"));
-    if (!server.listen() || !notes.open(QIODevice::Append | QIODevice::Unbuffered))
+    if (!server.listen() || !QDir().mkpath(Platform::programDataFolder()) || !notes.open(QIODevice::Append | QIODevice::Unbuffered))
         return 1;
     QObject::connect(&server, &SniffServer::showListRequested, [&] { notes.write("showSniffed\n"); });
     QObject::connect(&server, &SniffServer::reportReceived, [&](const QString &address) {
