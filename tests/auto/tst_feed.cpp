@@ -5,7 +5,12 @@
 #include "Feed/SniffServer.h"
 #include "Feed/SocketPath.h"
 #include "Platform/Platform.h"
+#include "Platform/PrivateFiles.h"
 #include "TestSupport.h"
+
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -34,6 +39,36 @@ void collect(SniffServer &server, QStringList *reports)
 QString received(const QString &address)
 {
     return address + " http://page.example/ 123456 video/webm";
+}
+// vidorra2-sniff's exit status for a report of `address`.
+int sniffed(const QString &address)
+{
+    QProcess process;
+    process.start(QCoreApplication::applicationDirPath() + QStringLiteral("/vidorra2-sniff"),
+                  {address, "123456", "video/webm", "http://page.example/"});
+    return process.waitForFinished(60000) ? process.exitCode() : -1;
+}
+// Python on the socket `path`: `how` "connect" sends a report, "listen" waits for a client ("ready" after either),
+// then prints what comes back; "flood" opens 1,100 connections, prints how many, and holds them until its input closes.
+void python(QProcess &process, const QString &how, const QString &path, const QStringList &as = {})
+{
+    const char *code = R"(import resource, socket, sys
+how, path, line = sys.argv[1:]
+s = socket.socket(socket.AF_UNIX)
+if how == "listen":
+    s.bind(path); s.listen(); print("ready", flush=True); s = s.accept()[0]
+elif how == "connect":
+    s.connect(path); s.sendall(line.encode()); print("ready", flush=True)
+else:
+    resource.setrlimit(resource.RLIMIT_NOFILE, (resource.getrlimit(resource.RLIMIT_NOFILE)[1],) * 2)
+    held = [socket.socket(socket.AF_UNIX) for i in range(1100)]
+    print(sum(c.connect_ex(path) == 0 for c in held), flush=True); sys.stdin.read()
+try:
+    print(s.recv(99999), flush=True)
+except ConnectionResetError:
+    print(b"", flush=True))";
+    process.start(as.isEmpty() ? "env" : "setpriv",
+                  as + QStringList{"/usr/bin/python3", "-c", code, how, path, report("nobody.example/v") + '\n'});
 }
 
 // This program run as "vidorra2" stands in for the program the host starts:
@@ -141,6 +176,93 @@ private slots:
         QVERIFY(waitFor([&] { return readFile(notes).count('\n') == 2; }));
         QCOMPARE(readFile(notes), QByteArray("showSniffed\nagain.example/v\n"));
         QVERIFY(waitFor([] { return !QFile::exists(Feed::socketPath()); })); // the stand-in has quit
+    }
+
+    void privateSocketFolder()
+    {
+        // In a temporary folder that all users write in, the first names are another user's (as root, a folder
+        // given to nobody; else a link) and a link to a folder; XDG_RUNTIME_DIR open to others is passed over.
+        QTemporaryDir shared;
+        const QString runtime = qEnvironmentVariable("XDG_RUNTIME_DIR"), name = "/vidorra2-" + Platform::userId();
+        QVERIFY(QDir(shared.path()).mkdir("run") && QDir(shared.path()).mkdir("theirs"));
+        QVERIFY(::geteuid() == 0 ? QDir(shared.path()).mkdir(name.mid(1)) && ::chown(qPrintable(shared.path() + name), 65534, 65534) == 0
+                                : QFile::link(shared.filePath("theirs"), shared.path() + name));
+        QVERIFY(QFile::link(shared.filePath("theirs"), shared.path() + name + "-1"));
+        qputenv("TMPDIR", shared.path().toLocal8Bit());
+        qputenv("XDG_RUNTIME_DIR", shared.filePath("run").toLocal8Bit()); // 0755
+        SniffServer server;
+        QStringList reports;
+        collect(server, &reports);
+        QVERIFY(server.listen());
+        QCOMPARE(Feed::socketPath(), shared.path() + name + "-2/sniffer.socket");
+        QVERIFY(Platform::isPrivateFolder(shared.path() + name + "-2"));
+        QCOMPARE(sniffed("a.example/v"), 0);
+        QVERIFY(waitFor([&] { return reports == QStringList{received("a.example/v")}; }));
+        qputenv("XDG_RUNTIME_DIR", runtime.toLocal8Bit());
+        qunsetenv("TMPDIR");
+    }
+
+    void anotherUser_data()
+    {
+        QTest::addColumn<QString>("how");
+        QTest::newRow("another user connects") << "connect";
+        QTest::newRow("another user listens") << "listen";
+    }
+    void anotherUser()
+    {
+        QFETCH(QString, how);
+        if (::geteuid() != 0)
+            QSKIP("only root can be another user");
+        auto server = std::make_unique<SniffServer>();
+        QStringList reports;
+        collect(*server, &reports);
+        QVERIFY(server->listen());
+        const QString path = Feed::socketPath();
+        const auto letIn = [&](mode_t mode) { // nobody, until connected or listening
+            for (QString folder = QFileInfo(path).path(); folder.startsWith(qEnvironmentVariable("HOME"));
+                 folder = QFileInfo(folder).path())
+                QVERIFY(::chmod(qPrintable(folder), mode) == 0);
+        };
+        letIn(how == "listen" ? 0777 : 0711);
+        QVERIFY(::chmod(qPrintable(path), 0666) == 0);
+        if (how == "listen")
+            server.reset();
+        QProcess nobody;
+        python(nobody, how, path, {"--reuid=nobody", "--regid=nogroup", "--clear-groups"});
+        QVERIFY(waitFor([&] { return nobody.canReadLine(); }, 30000) && nobody.readLine() == "ready\n");
+        letIn(0700);
+        // Each end refuses the other: nothing is read, the connection closed.
+        QCOMPARE(sniffed("a.example/v"), how == "listen" ? 3 : 0);
+        QVERIFY(nobody.waitForFinished(30000));
+        QCOMPARE(nobody.readAll(), QByteArray("b''\n"));
+        QVERIFY(waitFor([&] { return reports.size() == (server ? 1 : 0); }));
+        QCOMPARE(reports, server ? QStringList{received("a.example/v")} : QStringList());
+    }
+
+    void flood()
+    {
+        // 1,100 connections held open, with few descriptors left meanwhile: the server keeps at most
+        // maxConnections of them and still hears the next report.
+        SniffServer server;
+        QStringList reports;
+        collect(server, &reports);
+        QVERIFY(server.listen());
+        const int before = int(QDir("/proc/self/fd").count());
+        QProcess flood;
+        python(flood, "flood", Feed::socketPath());
+        QVERIFY(flood.waitForStarted());
+        rlimit limit, saved;
+        QVERIFY(::getrlimit(RLIMIT_NOFILE, &saved) == 0);
+        limit = {rlim_t(before + 40), saved.rlim_max};
+        QVERIFY(::setrlimit(RLIMIT_NOFILE, &limit) == 0);
+        QVERIFY(waitFor([&] { return flood.canReadLine(); }, 120000));
+        QVERIFY(::setrlimit(RLIMIT_NOFILE, &saved) == 0);
+        QCOMPARE(flood.readLine().toInt(), 1100);
+        QCOMPARE(sniffed("after.example/v"), 0);
+        QVERIFY(waitFor([&] { return reports == QStringList{received("after.example/v")}; }));
+        QVERIFY(int(QDir("/proc/self/fd").count()) < before + SniffServer::maxConnections + 10);
+        flood.closeWriteChannel();
+        QVERIFY(flood.waitForFinished());
     }
 
     void sniff_data()
