@@ -9,6 +9,8 @@
 #include "ui_Settings.h"
 #include "ui_Sniffer.h"
 
+#include <sys/stat.h>
+
 // The application shell of the real window (offscreen): settings, data folder, log, lock, layers, progress, messages.
 class ShellTest : public QObject
 {
@@ -62,6 +64,26 @@ private slots:
         qInstallMessageHandler(nullptr);
         QCOMPARE(readFile(data + Log::fileName(QDate::currentDate())),
                  QByteArray("C: critical 1\nD: \"debug line\"\n"));
+
+        // Whatever the umask, the data folder and all in it are the user's alone; looser modes are tightened at start.
+        const mode_t mask = ::umask(0);
+        QDir(data).removeRecursively();
+        qInstallMessageHandler(myMessageHandler);
+        qDebug() << "a typed address";
+        qInstallMessageHandler(nullptr);
+        QVERIFY(QDir(data).mkdir("temp") && writeFile(data + "/temp/old.wav", "x"));
+        Sniffer third;
+        third.checkLocker();
+        ::umask(mask);
+        QStringList modes;
+        for (const QString &name : QStringList{"", "/temp", "/temp/old.wav", "/sniffer.ini", "/locker",
+                                               Log::fileName(QDate::currentDate())}) {
+            struct stat info = {};
+            ::stat(qPrintable(data + name), &info);
+            modes << QString::number(info.st_mode & 0777, 8);
+        }
+        QCOMPARE(modes.join(' '), QString("700 700 600 600 600 600"));
+        third.removeLocker();
     }
 
     void damagedSettingsGetTheStockTables_data()
