@@ -38,7 +38,8 @@ void makePrivate(const QString &path, bool contents)
         ::chmod(name.constData(), info.st_mode & 0700);
     if (!contents || !S_ISDIR(info.st_mode))
         return;
-    const QStringList entries = QDir(path).entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
+    const QStringList entries =
+        QDir(path).entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
     for (const QString &entry : entries)
         makePrivate(path + QLatin1Char('/') + entry, true);
 }

@@ -40,33 +40,22 @@ QString received(const QString &address)
 {
     return address + " http://page.example/ 123456 video/webm";
 }
-// vidorra2-sniff's exit status for a report of `address`.
-int sniffed(const QString &address)
-{
-    QProcess process;
-    process.start(QCoreApplication::applicationDirPath() + QStringLiteral("/vidorra2-sniff"),
-                  {address, "123456", "video/webm", "http://page.example/"});
-    return process.waitForFinished(60000) ? process.exitCode() : -1;
-}
-// Python on the socket `path`: `how` "connect" sends a report, "listen" waits for a client ("ready" after either),
-// then prints what comes back; "flood" opens 1,100 connections, prints how many, and holds them until its input closes.
-void python(QProcess &process, const QString &how, const QString &path, const QStringList &as = {})
+// Python on `path`, run with `setpriv` options `as`: "connect" sends a report, "listen" waits for a client and
+// prints what it sent, both after "ready"; "flood" prints how many of 1,100 connections it holds until its input ends.
+void python(QProcess &process, const QString &how, const QString &path, const QStringList &as)
 {
     const char *code = R"(import resource, socket, sys
 how, path, line = sys.argv[1:]
 s = socket.socket(socket.AF_UNIX)
-if how == "listen":
-    s.bind(path); s.listen(); print("ready", flush=True); s = s.accept()[0]
-elif how == "connect":
-    s.connect(path); s.sendall(line.encode()); print("ready", flush=True)
-else:
+if how == "flood":
     resource.setrlimit(resource.RLIMIT_NOFILE, (resource.getrlimit(resource.RLIMIT_NOFILE)[1],) * 2)
     held = [socket.socket(socket.AF_UNIX) for i in range(1100)]
-    print(sum(c.connect_ex(path) == 0 for c in held), flush=True); sys.stdin.read()
-try:
-    print(s.recv(99999), flush=True)
-except ConnectionResetError:
-    print(b"", flush=True))";
+    print(sum(c.connect_ex(path) == 0 for c in held), flush=True); sys.stdin.read(); sys.exit()
+if how == "listen":
+    s.bind(path); s.listen(); print("ready", flush=True); s = s.accept()[0]
+else:
+    s.connect(path); s.sendall(line.encode()); print("ready", flush=True)
+print(s.recv(99999) if how == "listen" else b"", flush=True))";
     process.start(as.isEmpty() ? "env" : "setpriv",
                   as + QStringList{"/usr/bin/python3", "-c", code, how, path, report("nobody.example/v") + '\n'});
 }
@@ -79,7 +68,8 @@ int standIn(int argc, char **argv)
     QCoreApplication app(argc, argv);
     SniffServer server;
     QFile notes(Platform::programDataFolder() + QStringLiteral("/stand-in.txt"));
-    if (!server.listen() || !QDir().mkpath(Platform::programDataFolder()) || !notes.open(QIODevice::Append | QIODevice::Unbuffered))
+    if (!server.listen() || !QDir().mkpath(Platform::programDataFolder()) ||
+        !notes.open(QIODevice::Append | QIODevice::Unbuffered))
         return 1;
     QObject::connect(&server, &SniffServer::showListRequested, [&] { notes.write("showSniffed\n"); });
     QObject::connect(&server, &SniffServer::reportReceived, [&](const QString &address) {
@@ -141,7 +131,7 @@ private slots:
         const QString host = folder.filePath(QStringLiteral("vidorra2-sniffer-host"));
         QVERIFY(QFile::copy(QCoreApplication::applicationDirPath() + QStringLiteral("/vidorra2-sniffer-host"), host));
         QVERIFY(QFile::link(QCoreApplication::applicationFilePath(), folder.filePath(QStringLiteral("vidorra2"))));
-        QVERIFY(QDir().mkpath(QFileInfo(Feed::socketPath()).path())); // a socket file left by a crashed run:
+        // A socket file left by a crashed run:
         QVERIFY(QFile(Feed::socketPath()).open(QIODevice::WriteOnly));
         auto server = std::make_unique<SniffServer>();
         QVERIFY2(server->listen(), qPrintable(server->errorString()));
@@ -178,119 +168,80 @@ private slots:
         QVERIFY(waitFor([] { return !QFile::exists(Feed::socketPath()); })); // the stand-in has quit
     }
 
-    void privateSocketFolder()
-    {
-        // In a temporary folder that all users write in, the first names are another user's (as root, a folder
-        // given to nobody; else a link) and a link to a folder; XDG_RUNTIME_DIR open to others is passed over.
-        QTemporaryDir shared;
-        const QString runtime = qEnvironmentVariable("XDG_RUNTIME_DIR"), name = "/vidorra2-" + Platform::userId();
-        QVERIFY(QDir(shared.path()).mkdir("run") && QDir(shared.path()).mkdir("theirs"));
-        QVERIFY(::geteuid() == 0 ? QDir(shared.path()).mkdir(name.mid(1)) && ::chown(qPrintable(shared.path() + name), 65534, 65534) == 0
-                                : QFile::link(shared.filePath("theirs"), shared.path() + name));
-        QVERIFY(QFile::link(shared.filePath("theirs"), shared.path() + name + "-1"));
-        qputenv("TMPDIR", shared.path().toLocal8Bit());
-        qputenv("XDG_RUNTIME_DIR", shared.filePath("run").toLocal8Bit()); // 0755
-        SniffServer server;
-        QStringList reports;
-        collect(server, &reports);
-        QVERIFY(server.listen());
-        QCOMPARE(Feed::socketPath(), shared.path() + name + "-2/sniffer.socket");
-        QVERIFY(Platform::isPrivateFolder(shared.path() + name + "-2"));
-        QCOMPARE(sniffed("a.example/v"), 0);
-        QVERIFY(waitFor([&] { return reports == QStringList{received("a.example/v")}; }));
-        qputenv("XDG_RUNTIME_DIR", runtime.toLocal8Bit());
-        qunsetenv("TMPDIR");
-    }
-
-    void anotherUser_data()
-    {
-        QTest::addColumn<QString>("how");
-        QTest::newRow("another user connects") << "connect";
-        QTest::newRow("another user listens") << "listen";
-    }
-    void anotherUser()
-    {
-        QFETCH(QString, how);
-        if (::geteuid() != 0)
-            QSKIP("only root can be another user");
-        auto server = std::make_unique<SniffServer>();
-        QStringList reports;
-        collect(*server, &reports);
-        QVERIFY(server->listen());
-        const QString path = Feed::socketPath();
-        const auto letIn = [&](mode_t mode) { // nobody, until connected or listening
-            for (QString folder = QFileInfo(path).path(); folder.startsWith(qEnvironmentVariable("HOME"));
-                 folder = QFileInfo(folder).path())
-                QVERIFY(::chmod(qPrintable(folder), mode) == 0);
-        };
-        letIn(how == "listen" ? 0777 : 0711);
-        QVERIFY(::chmod(qPrintable(path), 0666) == 0);
-        if (how == "listen")
-            server.reset();
-        QProcess nobody;
-        python(nobody, how, path, {"--reuid=nobody", "--regid=nogroup", "--clear-groups"});
-        QVERIFY(waitFor([&] { return nobody.canReadLine(); }, 30000) && nobody.readLine() == "ready\n");
-        letIn(0700);
-        // Each end refuses the other: nothing is read, the connection closed.
-        QCOMPARE(sniffed("a.example/v"), how == "listen" ? 3 : 0);
-        QVERIFY(nobody.waitForFinished(30000));
-        QCOMPARE(nobody.readAll(), QByteArray("b''\n"));
-        QVERIFY(waitFor([&] { return reports.size() == (server ? 1 : 0); }));
-        QCOMPARE(reports, server ? QStringList{received("a.example/v")} : QStringList());
-    }
-
-    void flood()
-    {
-        // 1,100 connections held open, with few descriptors left meanwhile: the server keeps at most
-        // maxConnections of them and still hears the next report.
-        SniffServer server;
-        QStringList reports;
-        collect(server, &reports);
-        QVERIFY(server.listen());
-        const int before = int(QDir("/proc/self/fd").count());
-        QProcess flood;
-        python(flood, "flood", Feed::socketPath());
-        QVERIFY(flood.waitForStarted());
-        rlimit limit, saved;
-        QVERIFY(::getrlimit(RLIMIT_NOFILE, &saved) == 0);
-        limit = {rlim_t(before + 40), saved.rlim_max};
-        QVERIFY(::setrlimit(RLIMIT_NOFILE, &limit) == 0);
-        QVERIFY(waitFor([&] { return flood.canReadLine(); }, 120000));
-        QVERIFY(::setrlimit(RLIMIT_NOFILE, &saved) == 0);
-        QCOMPARE(flood.readLine().toInt(), 1100);
-        QCOMPARE(sniffed("after.example/v"), 0);
-        QVERIFY(waitFor([&] { return reports == QStringList{received("after.example/v")}; }));
-        QVERIFY(int(QDir("/proc/self/fd").count()) < before + SniffServer::maxConnections + 10);
-        flood.closeWriteChannel();
-        QVERIFY(flood.waitForFinished());
-    }
-
     void sniff_data()
     {
         QTest::addColumn<QStringList>("arguments");
-        QTest::addColumn<int>("status"); // 3: nobody listens
+        QTest::addColumn<int>("status");   // 3: nobody listens
+        QTest::addColumn<QString>("peer"); // what python() does first; "taken": the first names of the temporary folder
         const QStringList good{"https://a.example/v", "123456", "video/webm", "http://page.example/"};
-        QTest::newRow("delivered") << good << 0;
-        QTest::newRow("refused") << QStringList{"ftp://a.example/v", "1", "video/webm"} << 1;
-        QTest::newRow("arguments missing") << QStringList(good.mid(0, 2)) << 2;
-        QTest::newRow("nobody listening") << good << 3;
+        QTest::newRow("delivered") << good << 0 << "";
+        QTest::newRow("refused") << QStringList{"ftp://a.example/v", "1", "video/webm"} << 1 << "";
+        QTest::newRow("arguments missing") << QStringList(good.mid(0, 2)) << 2 << "";
+        QTest::newRow("nobody listening") << good << 3 << "";
+        QTest::newRow("the temporary folder's names taken") << good << 0 << "taken";
+        QTest::newRow("another user connects") << good << 0 << "connect";
+        QTest::newRow("another user listens") << good << 3 << "listen";
+        QTest::newRow("1,100 connections, few descriptors left") << good << 0 << "flood";
     }
 
     void sniff()
     {
         QFETCH(QStringList, arguments);
         QFETCH(int, status);
+        QFETCH(QString, peer);
+        const bool root = ::geteuid() == 0, nobody = peer == "connect" || peer == "listen";
+        if (nobody && !root)
+            QSKIP("only root can be another user");
+        // The temporary folder's first names: another user's (as root, a folder of nobody's; else a link), a link.
+        QTemporaryDir temp;
+        const QString name = temp.filePath("vidorra2-" + Platform::userId());
+        if (peer == "taken") {
+            QVERIFY(root ? QDir().mkdir(name) && ::chown(qPrintable(name), 65534, 65534) == 0 : QFile::link("/", name));
+            QVERIFY(QFile::link("/", name + "-1"));
+            qputenv("TMPDIR", temp.path().toLocal8Bit());
+            qputenv("XDG_RUNTIME_DIR", "/tmp"); // not this user's alone
+        }
         SniffServer server;
         QVERIFY(status == 3 || server.listen());
         QStringList reports;
         collect(server, &reports);
+        const QString path = Feed::socketPath();
+        QVERIFY(Platform::isPrivateFolder(QFileInfo(path).path()) &&
+                (path == name + "-2/sniffer.socket") == (peer == "taken"));
+        const auto letIn = [&](mode_t mode) { // nobody, until connected or listening
+            for (QString folder = QFileInfo(path).path(); folder.startsWith(qEnvironmentVariable("HOME"));
+                 folder = QFileInfo(folder).path())
+                QVERIFY(::chmod(qPrintable(folder), mode) == 0);
+            QVERIFY(!QFile::exists(path) || ::chmod(qPrintable(path), 0666) == 0);
+        };
+        const int before = int(QDir("/proc/self/fd").count());
+        rlimit saved, few;
+        QVERIFY(::getrlimit(RLIMIT_NOFILE, &saved) == 0);
+        few = {rlim_t(before + 40), saved.rlim_max};
+        QProcess attacker;
+        letIn(peer == "listen" ? 0777 : peer == "connect" ? 0711 : 0700);
+        if (nobody || peer == "flood") {
+            python(attacker, peer, path,
+                   nobody ? QStringList{"--reuid=nobody", "--regid=nogroup", "--clear-groups"} : QStringList());
+            QVERIFY(attacker.waitForStarted() && (nobody || ::setrlimit(RLIMIT_NOFILE, &few) == 0));
+            QVERIFY(waitFor([&] { return attacker.canReadLine(); }, 120000));
+            QVERIFY(::setrlimit(RLIMIT_NOFILE, &saved) == 0 && attacker.readLine() == (nobody ? "ready\n" : "1100\n"));
+        }
+        letIn(0700);
         QProcess process;
         process.start(QCoreApplication::applicationDirPath() + QStringLiteral("/vidorra2-sniff"), arguments);
         QVERIFY(waitFor([&] { return process.state() == QProcess::NotRunning; }));
         QCOMPARE(process.exitCode(), status);
-        QCOMPARE(process.readAllStandardError().count('\n'), status == 0 ? 0 : 1);
+        QCOMPARE(process.readAllStandardError().count('\n'), status == 0 ? 0 : peer == "listen" ? 2 : 1);
         waitFor([&] { return !reports.isEmpty(); }, status == 0 ? 15000 : 300);
         QCOMPARE(reports, status == 0 ? QStringList{received("a.example/v")} : QStringList());
+        // Another user is refused at either end: nothing is read. A flood leaves maxConnections open.
+        QVERIFY(int(QDir("/proc/self/fd").count()) < before + SniffServer::maxConnections + 10);
+        attacker.closeWriteChannel();
+        attacker.waitForFinished();
+        QCOMPARE(attacker.readAll(), QByteArray(nobody ? "b''\n" : ""));
+        qputenv("XDG_RUNTIME_DIR", QDir::home().filePath("run").toLocal8Bit());
+        qunsetenv("TMPDIR");
     }
 };
 
