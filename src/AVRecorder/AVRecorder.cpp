@@ -18,6 +18,7 @@
 #include "AVRecorder/StopDialog.h"
 #include "Fiofostis/DownloaderRules.h"
 #include "Platform/Platform.h"
+#include "Platform/PrivateFiles.h"
 #include "ui_AVRecorder.h"
 
 namespace {
@@ -452,6 +453,9 @@ void AVRecorder::mergeAudioVideo()
     mergeProcess->close();
     delete mergeProcess;
     mergeProcess = nullptr;
+    // The grabbers wrote with the umask's modes; a recording is the user's alone.
+    for (const QString &file : {videoFile, audioFile, resultFile})
+        Platform::makePrivate(file);
 
     recording = false;
     spinner->hide();

@@ -2,6 +2,7 @@
 
 #include "Feed/Report.h"
 #include "Feed/SocketPath.h"
+#include "Platform/PrivateFiles.h"
 
 #include <QDebug>
 #include <QElapsedTimer>
@@ -80,8 +81,22 @@ bool Delivery::connected()
 bool Delivery::tryConnect(int timeoutMs)
 {
     socket.abort();
-    socket.connectToServer(socketPath());
-    return socket.waitForConnected(timeoutMs);
+    const QString path = socketPath();
+    if (path.isEmpty())
+        return false;
+    socket.connectToServer(path);
+    if (!socket.waitForConnected(timeoutMs))
+        return false;
+    if (Platform::peerIsThisUser(socket.socketDescriptor()))
+        return true;
+    // Another user's program would read every address the browser plays.
+    qWarning() << "src/Feed/Delivery" << __LINE__ << "tryConnect"
+               << ":"
+               << "refused"
+               << ":"
+               << "another user listens on" << path;
+    socket.abort();
+    return false;
 }
 
 bool Delivery::connectToProgram()

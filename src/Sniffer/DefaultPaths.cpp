@@ -33,7 +33,7 @@ void Sniffer::saveDefaultFilePath()
     if (browser.compare(QLatin1String("none"), Qt::CaseInsensitive) == 0)
         browser.clear();
     appSettings.ini->setValue(QStringLiteral("cookies_from_browser"), browser);
-    appSettings.ini->sync();
+    syncSettings();
     showLayer(LayerMain);
 }
 

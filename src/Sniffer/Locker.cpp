@@ -43,6 +43,7 @@ void Sniffer::checkLocker()
     QFile file(lockFile);
     if (!file.open(QIODevice::WriteOnly | QIODevice::Text))
         lockFailure(*this, __LINE__, "checkLocker", "cannot create", 4);
+    file.setPermissions(QFile::ReadOwner | QFile::WriteOwner);
     QTextStream(&file) << "1";
     file.close();
     qDebug() << "src/Sniffer/Locker" << __LINE__ << "checkLocker"

@@ -9,6 +9,7 @@
 #include <cstdio>
 
 #include "Platform/Platform.h"
+#include "Platform/PrivateFiles.h"
 #include "Sniffer/Sniffer.h"
 
 namespace Log {
@@ -37,9 +38,8 @@ QString line(QtMsgType type, const QString &message)
 QString dataFolder()
 {
     const QString folder = QDir::toNativeSeparators(Platform::programDataFolder());
-    QDir dir(folder);
-    if (!dir.exists())
-        dir.mkdir(folder);
+    if (!QDir(folder).exists())
+        Platform::makePrivateFolder(folder);
     return folder;
 }
 
@@ -56,6 +56,8 @@ void myMessageHandler(QtMsgType type, const QMessageLogContext &, const QString 
     // was already logged.
     QFile file(QDir::toNativeSeparators(Log::dataFolder() + Log::fileName(QDate::currentDate())));
     if (file.open(QIODevice::Append | QIODevice::WriteOnly)) {
+        if (file.size() == 0) // the log holds every typed address: the user's alone
+            file.setPermissions(QFile::ReadOwner | QFile::WriteOwner);
         QTextStream out(&file);
         out << Log::line(type, message) << '\n';
     }

@@ -6,6 +6,7 @@
 #include <QStandardPaths>
 
 #include "Platform/Platform.h"
+#include "Platform/PrivateFiles.h"
 #include "Sniffer/Sniffer.h"
 
 namespace {
@@ -32,15 +33,16 @@ QString Sniffer::getApplicationDataFolder(QString sub)
     if (!sub.isEmpty())
         folder += QDir::separator() + sub;
     folder = QDir::toNativeSeparators(folder);
-    QDir dir(folder);
-    if (!dir.exists())
-        dir.mkdir(folder); // one level only, on purpose
+    if (!QDir(folder).exists())
+        Platform::makePrivateFolder(folder); // one level only, on purpose
     return folder;
 }
 
 void Sniffer::setSettingsFile()
 {
     appSettings.appDataFolder = getApplicationDataFolder(QString());
+    // What an earlier run or another program left open to others is closed.
+    Platform::makePrivate(appSettings.appDataFolder, true);
     appSettings.lockerFile = QDir::toNativeSeparators(appSettings.appDataFolder + QStringLiteral("/locker"));
     appSettings.settingsFile = QDir::toNativeSeparators(appSettings.appDataFolder + QStringLiteral("/sniffer.ini"));
 }
@@ -71,7 +73,7 @@ void Sniffer::settingsInit()
     const QString audio = documents + QDir::separator() + QStringLiteral("Audio");
     QDir().mkpath(audio);
     appSettings.ini->setValue(QStringLiteral("savepath_audio"), audio);
-    appSettings.ini->sync();
+    syncSettings();
 }
 
 void Sniffer::settingsRead()
@@ -80,6 +82,15 @@ void Sniffer::settingsRead()
     restoreMissingTables();
     for (const QString &group : tableGroups)
         settingsRead(group);
+    Platform::makePrivate(appSettings.settingsFile); // the stock file's copy, or a file written afresh
+}
+
+void Sniffer::syncSettings()
+{
+    appSettings.ini->sync();
+    // A data folder deleted meanwhile comes back with the file: both the user's alone.
+    Platform::makePrivate(appSettings.appDataFolder);
+    Platform::makePrivate(appSettings.settingsFile);
 }
 
 void Sniffer::restoreMissingTables()
@@ -109,7 +120,7 @@ void Sniffer::restoreMissingTables()
     }
     if (restored.isEmpty())
         return;
-    ini->sync();
+    syncSettings();
     qWarning() << "src/Sniffer/Settings" << __LINE__ << "restoreMissingTables"
                << ":"
                << "tables from the stock settings"

@@ -124,6 +124,8 @@ public:
     void settingsRead();
     void settingsRead(QString group);
     void restoreMissingTables();
+    // Writes the settings to disk, keeping the file the user's alone.
+    void syncSettings();
     QString tableText(const QString &group, int key) const;
 
     void checkLocker();

@@ -25,7 +25,7 @@ bool Sniffer::checkLastUpdateDate()
     if (last == today)
         return false;
     appSettings.ini->setValue(QStringLiteral("last_update"), today);
-    appSettings.ini->sync();
+    syncSettings();
     return true;
 }
 

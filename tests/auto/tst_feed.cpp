@@ -5,7 +5,12 @@
 #include "Feed/SniffServer.h"
 #include "Feed/SocketPath.h"
 #include "Platform/Platform.h"
+#include "Platform/PrivateFiles.h"
 #include "TestSupport.h"
+
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -35,6 +40,25 @@ QString received(const QString &address)
 {
     return address + " http://page.example/ 123456 video/webm";
 }
+// Python on `path`, run with `setpriv` options `as`: "connect" sends a report, "listen" waits for a client and
+// prints what it sent, both after "ready"; "flood" prints how many of 1,100 connections it holds until its input ends.
+void python(QProcess &process, const QString &how, const QString &path, const QStringList &as)
+{
+    const char *code = R"(import resource, socket, sys
+how, path, line = sys.argv[1:]
+s = socket.socket(socket.AF_UNIX)
+if how == "flood":
+    resource.setrlimit(resource.RLIMIT_NOFILE, (resource.getrlimit(resource.RLIMIT_NOFILE)[1],) * 2)
+    held = [socket.socket(socket.AF_UNIX) for i in range(1100)]
+    print(sum(c.connect_ex(path) == 0 for c in held), flush=True); sys.stdin.read(); sys.exit()
+if how == "listen":
+    s.bind(path); s.listen(); print("ready", flush=True); s = s.accept()[0]
+else:
+    s.connect(path); s.sendall(line.encode()); print("ready", flush=True)
+print(s.recv(99999) if how == "listen" else b"", flush=True))";
+    process.start(as.isEmpty() ? "env" : "setpriv",
+                  as + QStringList{"/usr/bin/python3", "-c", code, how, path, report("nobody.example/v") + '\n'});
+}
 
 // This program run as "vidorra2" stands in for the program the host starts:
 // it listens as the program does, notes what arrives in its data folder and
@@ -44,7 +68,8 @@ int standIn(int argc, char **argv)
     QCoreApplication app(argc, argv);
     SniffServer server;
     QFile notes(Platform::programDataFolder() + QStringLiteral("/stand-in.txt"));
-    if (!server.listen() || !notes.open(QIODevice::Append | QIODevice::Unbuffered))
+    if (!server.listen() || !QDir().mkpath(Platform::programDataFolder()) ||
+        !notes.open(QIODevice::Append | QIODevice::Unbuffered))
         return 1;
     QObject::connect(&server, &SniffServer::showListRequested, [&] { notes.write("showSniffed\n"); });
     QObject::connect(&server, &SniffServer::reportReceived, [&](const QString &address) {
@@ -106,7 +131,7 @@ private slots:
         const QString host = folder.filePath(QStringLiteral("vidorra2-sniffer-host"));
         QVERIFY(QFile::copy(QCoreApplication::applicationDirPath() + QStringLiteral("/vidorra2-sniffer-host"), host));
         QVERIFY(QFile::link(QCoreApplication::applicationFilePath(), folder.filePath(QStringLiteral("vidorra2"))));
-        QVERIFY(QDir().mkpath(QFileInfo(Feed::socketPath()).path())); // a socket file left by a crashed run:
+        // A socket file left by a crashed run:
         QVERIFY(QFile(Feed::socketPath()).open(QIODevice::WriteOnly));
         auto server = std::make_unique<SniffServer>();
         QVERIFY2(server->listen(), qPrintable(server->errorString()));
@@ -146,29 +171,77 @@ private slots:
     void sniff_data()
     {
         QTest::addColumn<QStringList>("arguments");
-        QTest::addColumn<int>("status"); // 3: nobody listens
+        QTest::addColumn<int>("status");   // 3: nobody listens
+        QTest::addColumn<QString>("peer"); // what python() does first; "taken": the first names of the temporary folder
         const QStringList good{"https://a.example/v", "123456", "video/webm", "http://page.example/"};
-        QTest::newRow("delivered") << good << 0;
-        QTest::newRow("refused") << QStringList{"ftp://a.example/v", "1", "video/webm"} << 1;
-        QTest::newRow("arguments missing") << QStringList(good.mid(0, 2)) << 2;
-        QTest::newRow("nobody listening") << good << 3;
+        QTest::newRow("delivered") << good << 0 << "";
+        QTest::newRow("refused") << QStringList{"ftp://a.example/v", "1", "video/webm"} << 1 << "";
+        QTest::newRow("arguments missing") << QStringList(good.mid(0, 2)) << 2 << "";
+        QTest::newRow("nobody listening") << good << 3 << "";
+        QTest::newRow("the temporary folder's names taken") << good << 0 << "taken";
+        QTest::newRow("another user connects") << good << 0 << "connect";
+        QTest::newRow("another user listens") << good << 3 << "listen";
+        QTest::newRow("1,100 connections, few descriptors left") << good << 0 << "flood";
     }
 
     void sniff()
     {
         QFETCH(QStringList, arguments);
         QFETCH(int, status);
+        QFETCH(QString, peer);
+        const bool root = ::geteuid() == 0, nobody = peer == "connect" || peer == "listen";
+        if (nobody && !root)
+            QSKIP("only root can be another user");
+        // The temporary folder's first names: another user's (as root, a folder of nobody's; else a link), a link.
+        QTemporaryDir temp;
+        const QString name = temp.filePath("vidorra2-" + Platform::userId());
+        if (peer == "taken") {
+            QVERIFY(root ? QDir().mkdir(name) && ::chown(qPrintable(name), 65534, 65534) == 0 : QFile::link("/", name));
+            QVERIFY(QFile::link("/", name + "-1"));
+            qputenv("TMPDIR", temp.path().toLocal8Bit());
+            qputenv("XDG_RUNTIME_DIR", "/tmp"); // not this user's alone
+        }
         SniffServer server;
         QVERIFY(status == 3 || server.listen());
         QStringList reports;
         collect(server, &reports);
+        const QString path = Feed::socketPath();
+        QVERIFY(Platform::isPrivateFolder(QFileInfo(path).path()) &&
+                (path == name + "-2/sniffer.socket") == (peer == "taken"));
+        const auto letIn = [&](mode_t mode) { // nobody, until connected or listening
+            for (QString folder = QFileInfo(path).path(); folder.startsWith(qEnvironmentVariable("HOME"));
+                 folder = QFileInfo(folder).path())
+                QVERIFY(::chmod(qPrintable(folder), mode) == 0);
+            QVERIFY(!QFile::exists(path) || ::chmod(qPrintable(path), 0666) == 0);
+        };
+        const int before = int(QDir("/proc/self/fd").count());
+        rlimit saved, few;
+        QVERIFY(::getrlimit(RLIMIT_NOFILE, &saved) == 0);
+        few = {rlim_t(before + 40), saved.rlim_max};
+        QProcess attacker;
+        letIn(peer == "listen" ? 0777 : peer == "connect" ? 0711 : 0700);
+        if (nobody || peer == "flood") {
+            python(attacker, peer, path,
+                   nobody ? QStringList{"--reuid=nobody", "--regid=nogroup", "--clear-groups"} : QStringList());
+            QVERIFY(attacker.waitForStarted() && (nobody || ::setrlimit(RLIMIT_NOFILE, &few) == 0));
+            QVERIFY(waitFor([&] { return attacker.canReadLine(); }, 120000));
+            QVERIFY(::setrlimit(RLIMIT_NOFILE, &saved) == 0 && attacker.readLine() == (nobody ? "ready\n" : "1100\n"));
+        }
+        letIn(0700);
         QProcess process;
         process.start(QCoreApplication::applicationDirPath() + QStringLiteral("/vidorra2-sniff"), arguments);
         QVERIFY(waitFor([&] { return process.state() == QProcess::NotRunning; }));
         QCOMPARE(process.exitCode(), status);
-        QCOMPARE(process.readAllStandardError().count('\n'), status == 0 ? 0 : 1);
+        QCOMPARE(process.readAllStandardError().count('\n'), status == 0 ? 0 : peer == "listen" ? 2 : 1);
         waitFor([&] { return !reports.isEmpty(); }, status == 0 ? 15000 : 300);
         QCOMPARE(reports, status == 0 ? QStringList{received("https://a.example/v")} : QStringList());
+        // Another user is refused at either end: nothing is read. A flood leaves maxConnections open.
+        QVERIFY(int(QDir("/proc/self/fd").count()) < before + SniffServer::maxConnections + 10);
+        attacker.closeWriteChannel();
+        attacker.waitForFinished();
+        QCOMPARE(attacker.readAll(), QByteArray(nobody ? "b''\n" : ""));
+        qputenv("XDG_RUNTIME_DIR", QDir::home().filePath("run").toLocal8Bit());
+        qunsetenv("TMPDIR");
     }
 };
 

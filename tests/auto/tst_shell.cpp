@@ -59,13 +59,24 @@ private slots:
         QVERIFY2(QFile::remove(stock), "a second start leaves the stock file alone");
         // The data folder is single-level; deleted while running, the next log message brings it back.
         QVERIFY(second.getApplicationDataFolder("temp") == data + "/temp" && QDir(data + "/temp").exists());
+        // Whatever the umask, the data folder and all in it are the user's alone; looser modes are tightened at start.
+        const mode_t mask = ::umask(0);
         QDir(data).removeRecursively();
         qInstallMessageHandler(myMessageHandler);
         qCritical() << "critical" << 1;
         qDebug() << QString("debug line");
         qInstallMessageHandler(nullptr);
-        QCOMPARE(readFile(data + Log::fileName(QDate::currentDate())),
-                 QByteArray("C: critical 1\nD: \"debug line\"\n"));
+        const QString log = Log::fileName(QDate::currentDate());
+        QCOMPARE(readFile(data + log), QByteArray("C: critical 1\nD: \"debug line\"\n"));
+        QVERIFY(QDir(data).mkdir("temp") && writeFile(data + "/temp/old.wav", "x")); // left open by an earlier run
+        Sniffer third;
+        third.checkLocker();
+        ::umask(mask);
+        QStringList modes;
+        for (const QString &name : QStringList{"", "/temp", "/temp/old.wav", "/sniffer.ini", "/locker", log})
+            modes << QString::number(QFile::permissions(data + name), 16);
+        QCOMPARE(modes.join(' '), QString("7700 7700 6600 6600 6600 6600"));
+        third.removeLocker();
     }
 
     void damagedSettingsGetTheStockTables_data()

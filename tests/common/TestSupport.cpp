@@ -10,6 +10,9 @@ TestHome::TestHome()
     qputenv("XDG_DATA_HOME", (dir.path() + "/.local/share").toLocal8Bit());
     qputenv("XDG_CONFIG_HOME", (dir.path() + "/.config").toLocal8Bit());
     qunsetenv("XDG_DOCUMENTS_DIR");
+    QDir(dir.path()).mkdir("run"); // the program's socket goes there
+    QFile(dir.filePath("run")).setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    qputenv("XDG_RUNTIME_DIR", dir.filePath("run").toLocal8Bit());
 }
 
 namespace {

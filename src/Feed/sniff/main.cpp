@@ -35,7 +35,10 @@ int main(int argc, char *argv[])
         return fail(1, QStringLiteral("refused: %1").arg(message.reason));
     Feed::Delivery delivery;
     delivery.add(Feed::reportLine(message.report));
-    if (!delivery.flush())
-        return fail(3, QStringLiteral("Vidorra 2 is not listening on %1").arg(Feed::socketPath()));
+    if (!delivery.flush()) {
+        const QString path = Feed::socketPath();
+        return fail(3, path.isEmpty() ? QStringLiteral("no folder of this user's alone for Vidorra 2's socket")
+                                      : QStringLiteral("Vidorra 2 is not listening on %1").arg(path));
+    }
     return 0;
 }
