@@ -97,11 +97,12 @@ void Sniffer::restoreMissingTables()
 {
     // A settings file rewritten without its tables (the data folder deleted
     // while the program ran, a damaged file, a first start that could not
-    // write) would leave every message and address list empty. The tables it
-    // lacks come from the stock file built into the program; the user's own
-    // keys stay. QSettings writes a new file and renames it over the old one,
-    // so a failed write leaves the old file whole, and the restored tables
-    // are still used from memory.
+    // write) would leave every message and address list empty: such a table
+    // comes from the stock file built into the program. A file written by an
+    // earlier version lacks the messages added since: they come from there
+    // too. The user's own keys stay. QSettings writes a new file and renames
+    // it over the old one, so a failed write leaves the old file whole, and
+    // the restored rows are still used from memory.
     QSettings stock(QStringLiteral(":/stock-settings"), QSettings::IniFormat);
     QSettings *ini = appSettings.ini;
     QStringList restored;
@@ -109,14 +110,17 @@ void Sniffer::restoreMissingTables()
         ini->beginGroup(group);
         const bool present = !ini->childKeys().isEmpty();
         ini->endGroup();
-        if (present)
-            continue;
+        const bool messages = group.contains(QLatin1String("_messages"));
         stock.beginGroup(group);
         const QStringList keys = stock.childKeys();
-        for (const QString &key : keys)
-            ini->setValue(group + QLatin1Char('/') + key, stock.value(key));
+        for (const QString &key : keys) {
+            const QString name = group + QLatin1Char('/') + key;
+            if (present && (!messages || ini->contains(name)))
+                continue;
+            ini->setValue(name, stock.value(key));
+            restored << name;
+        }
         stock.endGroup();
-        restored << group;
     }
     if (restored.isEmpty())
         return;

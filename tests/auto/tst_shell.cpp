@@ -86,6 +86,7 @@ private slots:
         QTest::newRow("random bytes") << QByteArray("\x00\xff[[error_titles\n=\n\x01~~\n", 19);
         QTest::newRow("data folder deleted while running, then Save") << QByteArray("deleted");
         QTest::newRow("data folder cannot be written") << QByteArray("unwritable");
+        QTest::newRow("an earlier version's, fewer messages") << QByteArray("[error_messages_dl]\n0=\"2~Mine\"\n");
     }
     void damagedSettingsGetTheStockTables()
     {
@@ -109,6 +110,9 @@ private slots:
             Sniffer sniffer;
             QCOMPARE(sniffer.tableText("error_titles", 1) + "|" + sniffer.tableText("error_titles", 2),
                      QString("Address not accepted|The video could not be read"));
+            if (content.contains("Mine"))
+                QVERIFY(sniffer.tableText("error_messages_dl", 0) == "2~Mine" &&
+                        sniffer.tableText("error_messages_dl", 9).contains("formats of this video"));
         }
         // Written back when it can be, the user's own keys kept.
         QCOMPARE(stored("error_titles/2"), content == "unwritable" ? QString() : "The video could not be read");
