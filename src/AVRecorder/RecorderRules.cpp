@@ -116,13 +116,11 @@ qint64 videoStartMs(const QString &ffmpegOutput)
     static const QRegularExpression start(QStringLiteral("Input #0,.*\\n.*start: (\\d+\\.\\d+)"));
     const QRegularExpressionMatch match = start.match(ffmpegOutput);
     // A time of day, in seconds: anything of 13 digits or more is not one.
+    // x11grab stamps each frame with the time it was grabbed, so the first
+    // frame shows the screen at this very moment (measured with a flash on
+    // the screen: within a millisecond).
     const double seconds = match.hasMatch() ? match.captured(1).toDouble() : 0;
-    if (!(seconds > 0 && seconds < 1e12))
-        return 0;
-    // Measured with a flash on the screen: the file's first frame shows the
-    // screen about two frames (at 30 a second) before the moment ffmpeg
-    // names as its start.
-    return qRound64(seconds * 1000.0) - 67;
+    return seconds > 0 && seconds < 1e12 ? qRound64(seconds * 1000.0) : 0;
 }
 
 qint64 audioStartMs(const QString &soxOutput, qint64 arrivedMs, qint64 best)
@@ -134,6 +132,11 @@ qint64 audioStartMs(const QString &soxOutput, qint64 arrivedMs, qint64 best)
         const QRegularExpressionMatch line = lines.next();
         const double seconds =
             line.captured(1).toInt() * 3600 + line.captured(2).toInt() * 60 + line.captured(3).toDouble();
+        // sox shows 00:00:00.00 as it opens the device, before the sound
+        // server has sent anything; a fresh server sends its first block a
+        // second or more later, and only what arrives is in the file.
+        if (seconds <= 0)
+            continue;
         const qint64 start = arrivedMs - qRound64(seconds * 1000.0);
         // 0 stands for no estimate: a chunk claiming more than was ever
         // recorded says nothing.

@@ -62,8 +62,8 @@ qint64 videoStartMs(const QString &ffmpegOutput);
 
 // The moment the sound began, from the progress lines sox prints while it
 // records ("In:0.00% 00:00:01.37 [...]"): the earliest of the times a line
-// arrived less the recorded length it shows. `best` is the estimate so far
-// (0 for none).
+// arrived less the recorded length it shows. A line that shows nothing
+// recorded yet says nothing. `best` is the estimate so far (0 for none).
 qint64 audioStartMs(const QString &soxOutput, qint64 arrivedMs, qint64 best);
 
 } // namespace RecorderRules
