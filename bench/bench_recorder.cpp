@@ -218,6 +218,8 @@ int main(int argc, char **argv)
         Bench::spin([&] { return QDateTime::currentMSecsSinceEpoch() >= recorder.pictureStartedMs() + 1500; });
         screen.white = true;
         screen.repaint();
+        // A pixel read back: the X server has drawn the flash once it answers.
+        QGuiApplication::primaryScreen()->grabWindow(0, 0, 0, 1, 1);
         const qint64 flashAt = QDateTime::currentMSecsSinceEpoch();
         heardAt = 0;
         listening = true;
