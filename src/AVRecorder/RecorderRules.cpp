@@ -117,8 +117,9 @@ qint64 videoStartMs(const QString &ffmpegOutput)
     const QRegularExpressionMatch match = start.match(ffmpegOutput);
     // A time of day, in seconds: anything of 13 digits or more is not one.
     // x11grab stamps each frame with the time it was grabbed, so the first
-    // frame shows the screen at this very moment (measured with a flash on
-    // the screen: within a millisecond).
+    // frame shows the screen at this moment (measured with a flash on the
+    // screen: to the millisecond on an idle machine; under a heavy load the
+    // first frame shows the screen up to a few frames earlier).
     const double seconds = match.hasMatch() ? match.captured(1).toDouble() : 0;
     return seconds > 0 && seconds < 1e12 ? qRound64(seconds * 1000.0) : 0;
 }
