@@ -1,0 +1,45 @@
+#!/bin/sh
+# Runs a test program inside a Wayland desktop of its own (session.sh) and
+# ends that desktop with it: wayland-test.sh FOLDER PROGRAM REAPER [NO_GPU].
+# FOLDER holds PROGRAM with the tools it finds beside itself; REAPER is the
+# session reaper; NO_GPU, when given, is preloaded into the portal's wlroots
+# backend (no-gpu.c says why). sway refuses to run as root: as root, the
+# desktop and the test run as "nobody", from a copy in a folder that user
+# can read.
+set -eu
+folder=$1 program=$2 reaper=$3 aid=${4:-}
+here=$(cd "$(dirname "$0")" && pwd)
+for tool in sway pipewire wireplumber dbus-run-session gst-launch-1.0 /usr/libexec/xdg-desktop-portal \
+    /usr/libexec/xdg-desktop-portal-wlr; do
+    if ! command -v "$tool" >/dev/null; then
+        echo "wayland-test: $tool is missing (scripts/install-deps.sh installs it)" >&2
+        exit 1
+    fi
+done
+
+work=$(mktemp -d /tmp/vidorra-wayland.XXXXXX)
+trap 'rm -rf "$work"' EXIT INT TERM
+chmod 755 "$work"
+cp -R "$folder" "$work/app"
+cp "$here/session.sh" "$reaper" "$work/"
+[ -z "$aid" ] || cp "$aid" "$work/"
+mkdir "$work/session"
+run_as=
+if [ "$(id -u)" = 0 ]; then
+    chown -R nobody:nogroup "$work/session"
+    run_as="setpriv --reuid=nobody --regid=nogroup --clear-groups"
+fi
+status=0
+$run_as env -i PATH=/usr/local/bin:/usr/bin:/bin LANG=C.UTF-8 SESSION_DIR="$work/session" \
+    SESSION_PRELOAD="${aid:+$work/$(basename "$aid")}" QT_QPA_PLATFORM=wayland \
+    ${VIDORRA_LAYER_SCREENSHOT:+VIDORRA_LAYER_SCREENSHOT=$work/session/layer.png} \
+    "$work/$(basename "$reaper")" dbus-run-session -- "$work/session.sh" \
+    "$work/app/$(basename "$program")" || status=$?
+if [ -n "${VIDORRA_LAYER_SCREENSHOT:-}" ] && [ -f "$work/session/layer.png" ]; then
+    cp "$work/session/layer.png" "$VIDORRA_LAYER_SCREENSHOT"
+fi
+if [ $status != 0 ] && [ -f "$work/session/session.log" ]; then
+    echo "wayland-test: the desktop's log, last lines:" >&2
+    tail -n 30 "$work/session/session.log" >&2
+fi
+exit $status
