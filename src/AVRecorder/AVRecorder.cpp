@@ -13,6 +13,8 @@
 #include <QProcess>
 #include <QScreen>
 #include <QShortcut>
+#include <QTimer>
+#include <QWindow>
 
 #include "AVRecorder/RecorderRules.h"
 #include "AVRecorder/Spinner.h"
@@ -68,6 +70,8 @@ AVRecorder::AVRecorder(QWidget *parent, QString appDir, QString tempDir)
             child->setParent(area);
         setAttribute(Qt::WA_TranslucentBackground);
         area->installEventFilter(this);
+        winId(); // the window's handle, to hear the desktop's frame callbacks
+        windowHandle()->installEventFilter(this);
     }
     framelessHelper.activateOn(area);
     area->resize(481, 179);
@@ -165,6 +169,10 @@ void AVRecorder::paintEvent(QPaintEvent *event)
     }
     QPainter painter(this);
     painter.setCompositionMode(QPainter::CompositionMode_Source);
+    if (layerEmptied) {
+        painter.fillRect(rect(), Qt::transparent);
+        return;
+    }
     painter.fillRect(rect(), layerColor);
     const QRect region = area->geometry();
     painter.fillRect(region, Qt::transparent);
@@ -175,6 +183,8 @@ void AVRecorder::paintEvent(QPaintEvent *event)
 
 bool AVRecorder::eventFilter(QObject *watched, QEvent *event)
 {
+    if (layerEmptied && watched == windowHandle() && event->type() == QEvent::UpdateRequest)
+        QTimer::singleShot(0, this, [this] { beginGrab(layerPos); });
     if (watched == area && (event->type() == QEvent::Move || event->type() == QEvent::Resize)) {
         if (event->type() == QEvent::Resize)
             moveButtons();
@@ -335,7 +345,30 @@ void AVRecorder::clickButtonStart()
              << ":" << pos;
 
     recording = true;
+    if (area != this && isVisible() && windowHandle()) {
+        // The layer goes in two steps, so that no frame of the recording
+        // shows it: it is emptied, and once the desktop has shown it empty
+        // (its next frame callback) it is hidden and the grab begins.
+        layerEmptied = true;
+        area->hide();
+        repaint();
+        QTimer::singleShot(1000, this, [this, pos] { beginGrab(pos); }); // should no frame callback come
+        windowHandle()->requestUpdate();
+        layerPos = pos;
+        return;
+    }
+    beginGrab(pos);
+}
+
+void AVRecorder::beginGrab(QPoint pos)
+{
+    if (!recording || (area != this && !layerEmptied))
+        return;
     hide();
+    if (layerEmptied) {
+        layerEmptied = false;
+        area->show();
+    }
 
     stopDialog->setWindowFlags(stopDialog->windowFlags() | Qt::WindowStaysOnTopHint);
     stopDialog->show();
@@ -437,9 +470,21 @@ void AVRecorder::grabScreenCast(const QRect &region)
                 videoProcess = startGrabber(progName, encode, &AVRecorder::printVideoOutput,
                                             &AVRecorder::printVideoError,
                                             QProcessEnvironment::systemEnvironment(), castProcess);
-                castProcess->start(QStringLiteral("gst-launch-1.0"), cast, QIODevice::ReadOnly);
-                // The child has its copy of the stream's connection.
-                ::close(descriptor);
+                // GStreamer starts once ffmpeg runs (it says so at once), so
+                // that the first frame is read when it comes: ffmpeg's word
+                // of it tells when the picture began.
+                auto *castOnce = new QObject(castProcess);
+                auto startCast = [this, cast, descriptor, castOnce] {
+                    delete castOnce;
+                    castProcess->start(QStringLiteral("gst-launch-1.0"), cast, QIODevice::ReadOnly);
+                    // The child has its copy of the stream's connection.
+                    ::close(descriptor);
+                };
+                connect(videoProcess, &QProcess::readyReadStandardOutput, castOnce, startCast);
+                connect(videoProcess, &QProcess::errorOccurred, castOnce, [descriptor, castOnce] {
+                    delete castOnce;
+                    ::close(descriptor);
+                });
                 connect(castProcess, &QProcess::errorOccurred, this, [this](QProcess::ProcessError error) {
                     if (error == QProcess::FailedToStart) {
                         castSaid = castProcess->errorString();

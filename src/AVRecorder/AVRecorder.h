@@ -143,6 +143,8 @@ protected:
 private:
     // Shows the window: as it is, or the layer over the whole screen.
     void showRegion();
+    // Hides the region window and starts the grabbers.
+    void beginGrab(QPoint pos);
     QRect regionGeometry() const;
     // The grab through the desktop's ScreenCast portal; the child starts
     // once the desktop has shared the screen.
@@ -160,6 +162,8 @@ private:
     Ui_AVRecorder *ui;
     QWidget *area = this;
     QColor layerColor;
+    bool layerEmptied = false; // the layer is drawn empty before it goes
+    QPoint layerPos;
     Platform::ScreenCast *screenCast = nullptr;
     QString screenCastToken;
     NcFramelessHelper framelessHelper;
