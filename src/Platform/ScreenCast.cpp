@@ -34,6 +34,8 @@ QVariant portalProperty(const QString &name)
 
 namespace Platform {
 
+int ScreenCast::tokens = 0;
+
 ScreenCast::ScreenCast(QObject *parent)
     : QObject(parent)
 {
@@ -63,7 +65,9 @@ void ScreenCast::open(const QString &restoreToken)
         return;
     }
     const uint cursorModes = portalProperty(QStringLiteral("AvailableCursorModes")).toUInt();
-    QVariantMap sessionOptions{{QStringLiteral("session_handle_token"), QStringLiteral("vidorra2")}};
+    // Every session and request of the program's run gets a name of its own:
+    // the desktop may keep a closed one's object for a while.
+    QVariantMap sessionOptions{{QStringLiteral("session_handle_token"), QStringLiteral("vidorra2_s%1").arg(++tokens)}};
     request(QStringLiteral("CreateSession"), {}, sessionOptions, [this, version, cursorModes,
                                                                   restoreToken](const QVariantMap &results) {
         sessionHandle = results.value(QStringLiteral("session_handle")).toString();

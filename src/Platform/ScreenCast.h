@@ -50,7 +50,7 @@ private:
     QString sessionHandle;
     QString requestPath;
     Answer pending;
-    int tokens = 0;
+    static int tokens; // names of sessions and requests, unique in the run
     bool closed = false;
 };
 

@@ -1,13 +1,15 @@
 #!/bin/sh
 # Runs a test program inside a Wayland desktop of its own (session.sh) and
-# ends that desktop with it: wayland-test.sh FOLDER PROGRAM REAPER [NO_GPU].
+# ends that desktop with it: wayland-test.sh FOLDER PROGRAM REAPER [AID [ARG...]].
 # FOLDER holds PROGRAM with the tools it finds beside itself; REAPER is the
-# session reaper; NO_GPU, when given, is preloaded into the portal's wlroots
-# backend (no-gpu.c says why). sway refuses to run as root: as root, the
-# desktop and the test run as "nobody", from a copy in a folder that user
-# can read.
+# session reaper; AID, when given, is preloaded into the portal's wlroots
+# backend (shm-frames.c says why); the ARGs go to PROGRAM. sway refuses to
+# run as root: as root, the desktop and the test run as "nobody", from a
+# copy in a folder that user can read.
 set -eu
 folder=$1 program=$2 reaper=$3 aid=${4:-}
+shift 3
+[ $# = 0 ] || shift
 here=$(cd "$(dirname "$0")" && pwd)
 for tool in sway pipewire wireplumber dbus-run-session gst-launch-1.0 /usr/libexec/xdg-desktop-portal \
     /usr/libexec/xdg-desktop-portal-wlr; do
@@ -44,7 +46,7 @@ $run_as env -i PATH=/usr/local/bin:/usr/bin:/bin LANG=C.UTF-8 SESSION_DIR="$work
     SESSION_PRELOAD="${aid:+$work/$(basename "$aid")}" QT_QPA_PLATFORM=wayland \
     ${VIDORRA_LAYER_SCREENSHOT:+VIDORRA_LAYER_SCREENSHOT=$work/session/layer.png} \
     "$work/$(basename "$reaper")" dbus-run-session -- "$work/session.sh" \
-    "$work/app/$(basename "$program")" || status=$?
+    "$work/app/$(basename "$program")" "$@" || status=$?
 if [ -n "${VIDORRA_LAYER_SCREENSHOT:-}" ] && [ -f "$work/session/layer.png" ]; then
     cp "$work/session/layer.png" "$VIDORRA_LAYER_SCREENSHOT"
 fi
