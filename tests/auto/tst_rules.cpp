@@ -8,6 +8,7 @@
 #include "Fiofostis/DownloaderRules.h"
 #include "Fiofostis/JobFiles.h"
 #include "Platform/Platform.h"
+#include "Platform/ScreenCast.h"
 #include "Sniffer/DownloadRules.h"
 #include "Sniffer/Log.h"
 #include "Sniffer/SniffedRules.h"
@@ -299,6 +300,10 @@ private slots:
         qputenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent");
         QVERIFY(Platform::screenGrabFormat() == "pipewire" && Platform::regionIsLayer());
         QVERIFY(Platform::screenCaptureProblem("wayland").contains("xdg-desktop-portal"));
+        Platform::ScreenCast cast; // asked all the same, it fails with a message
+        QSignalSpy failed(&cast, &Platform::ScreenCast::failed);
+        cast.open(QString());
+        QVERIFY(failed.size() == 1 && failed.first().first().toString().contains("no ScreenCast portal"));
         qputenv("WAYLAND_DISPLAY", wayland);
         qputenv("DBUS_SESSION_BUS_ADDRESS", bus);
         const QDateTime when({2026, 11, 23}, {3, 0});

@@ -1,18 +1,11 @@
-// Preloaded into xdg-desktop-portal-wlr in the tests' Wayland desktop only.
-//
-// xdg-desktop-portal-wlr 0.7 refuses to share a screen ("unable to receive
-// a valid format from wlr_screencopy") unless the compositor offers GPU
-// (DMA-BUF) frames besides shared-memory ones, which a compositor without a
-// GPU never does; the shared-memory frames alone would serve. Here the
-// backend finds no GPU device (gbm_create_device fails), and each frame the
-// compositor offers in shared memory is announced to it as offered on the
-// GPU too, with the same format and size. Without a GPU device the backend
-// then gives PipeWire shared-memory buffers only.
-// wayland-test.sh says when a newer backend may no longer need this.
+// Preloaded into xdg-desktop-portal-wlr in the tests' Wayland desktop only. Its 0.7 refuses to share a screen
+// ("unable to receive a valid format from wlr_screencopy") unless the compositor offers GPU (DMA-BUF) frames besides
+// shared-memory ones, which a compositor without a GPU never does. Here the backend finds no GPU device, and each
+// shared-memory frame is announced to it as offered on the GPU too: without a GPU device it then gives PipeWire
+// shared-memory buffers only. scripts/wayland-session/wayland-run.sh says when a newer backend may not need this.
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <stdint.h>
-#include <stdio.h>
 #include <string.h>
 
 struct wl_proxy;
@@ -29,9 +22,10 @@ struct frame_listener {
     void (*buffer_done)(void *, struct frame *);
 };
 
-// The backend's listener (one for all its frames) and what the frame being
-// described offers so far: frames are described one after the other.
+// The backend's listener (one for all frames), the relay standing in for it, and what the frame being described
+// (one after the other) offers so far.
 static const struct frame_listener *backend;
+static struct frame_listener relay;
 static uint32_t shmFormat, shmWidth, shmHeight;
 static int offeredOnGpu;
 
@@ -43,26 +37,6 @@ static void onBuffer(void *data, struct frame *frame, uint32_t format, uint32_t 
     shmHeight = height;
     offeredOnGpu = 0;
     backend->buffer(data, frame, format, width, height, stride);
-}
-
-static void onFlags(void *data, struct frame *frame, uint32_t flags)
-{
-    backend->flags(data, frame, flags);
-}
-
-static void onReady(void *data, struct frame *frame, uint32_t sec_hi, uint32_t sec_lo, uint32_t nsec)
-{
-    backend->ready(data, frame, sec_hi, sec_lo, nsec);
-}
-
-static void onFailed(void *data, struct frame *frame)
-{
-    backend->failed(data, frame);
-}
-
-static void onDamage(void *data, struct frame *frame, uint32_t x, uint32_t y, uint32_t width, uint32_t height)
-{
-    backend->damage(data, frame, x, y, width, height);
 }
 
 static void onLinuxDmabuf(void *data, struct frame *frame, uint32_t format, uint32_t width, uint32_t height)
@@ -83,9 +57,6 @@ static void onBufferDone(void *data, struct frame *frame)
     backend->buffer_done(data, frame);
 }
 
-static const struct frame_listener relay = {onBuffer, onFlags,       onReady,     onFailed,
-                                            onDamage, onLinuxDmabuf, onBufferDone};
-
 int wl_proxy_add_listener(struct wl_proxy *proxy, void (**implementation)(void), void *data)
 {
     static int (*addListener)(struct wl_proxy *, void (**)(void), void *);
@@ -96,6 +67,10 @@ int wl_proxy_add_listener(struct wl_proxy *proxy, void (**implementation)(void),
     }
     if (classOf && strcmp(classOf(proxy), "zwlr_screencopy_frame_v1") == 0) {
         backend = (const struct frame_listener *)implementation;
+        relay = *backend;
+        relay.buffer = onBuffer;
+        relay.linux_dmabuf = onLinuxDmabuf;
+        relay.buffer_done = onBufferDone;
         implementation = (void (**)(void))&relay;
     }
     return addListener(proxy, implementation, data);
@@ -105,8 +80,5 @@ int wl_proxy_add_listener(struct wl_proxy *proxy, void (**implementation)(void),
 struct gbm_device *gbm_create_device(int fd)
 {
     (void)fd;
-    static int told;
-    if (!told++)
-        fprintf(stderr, "shm-frames: no GPU device for the portal backend\n");
     return NULL;
 }

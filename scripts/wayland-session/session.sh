@@ -4,7 +4,7 @@
 # with its wlroots backend set to share that output without asking. Runs
 # the command given inside it, with WAYLAND_DISPLAY set, and exits with its
 # status. Meant to run under dbus-run-session and the session reaper
-# (wayland-test.sh puts it there). $SESSION_DIR is a folder of this user's.
+# (wayland-run.sh puts it there). $SESSION_DIR is a folder of this user's.
 set -eu
 here=$(cd "$(dirname "$0")" && pwd)
 : "${SESSION_DIR:?}"

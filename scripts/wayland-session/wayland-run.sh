@@ -1,9 +1,9 @@
 #!/bin/sh
-# Runs a test program inside a Wayland desktop of its own (session.sh) and
-# ends that desktop with it: wayland-test.sh FOLDER PROGRAM REAPER [AID [ARG...]].
+# Runs a program (a test, a benchmark) inside a Wayland desktop of its own (session.sh) and
+# ends that desktop with it: wayland-run.sh FOLDER PROGRAM REAPER [AID [ARG...]].
 # FOLDER holds PROGRAM with the tools it finds beside itself; REAPER is the
 # session reaper; AID, when given, is preloaded into the portal's wlroots
-# backend (shm-frames.c says why); the ARGs go to PROGRAM. sway refuses to
+# backend (tests/real/wayland/shm-frames.c says why); the ARGs go to PROGRAM. sway refuses to
 # run as root: as root, the desktop and the test run as "nobody", from a
 # copy in a folder that user can read.
 set -eu
@@ -14,7 +14,7 @@ here=$(cd "$(dirname "$0")" && pwd)
 for tool in sway pipewire wireplumber dbus-run-session gst-launch-1.0 /usr/libexec/xdg-desktop-portal \
     /usr/libexec/xdg-desktop-portal-wlr; do
     if ! command -v "$tool" >/dev/null; then
-        echo "wayland-test: $tool is missing (scripts/install-deps.sh installs it)" >&2
+        echo "wayland-run: $tool is missing (scripts/install-deps.sh installs it)" >&2
         exit 1
     fi
 done
@@ -24,7 +24,7 @@ done
 backend=$(dpkg-query -W -f='${Version}' xdg-desktop-portal-wlr 2>/dev/null || echo unknown)
 case $backend in
 0.7.*) ;;
-*) echo "wayland-test: xdg-desktop-portal-wlr $backend is not the 0.7 that shm-frames.c was written" \
+*) echo "wayland-run: xdg-desktop-portal-wlr $backend is not the 0.7 that tests/real/wayland/shm-frames.c was written" \
     "for: run with VIDORRA_WAYLAND_NO_AID=1 to see whether the test passes without it" >&2 ;;
 esac
 [ -z "${VIDORRA_WAYLAND_NO_AID:-}" ] || aid=
@@ -51,7 +51,7 @@ if [ -n "${VIDORRA_LAYER_SCREENSHOT:-}" ] && [ -f "$work/session/layer.png" ]; t
     cp "$work/session/layer.png" "$VIDORRA_LAYER_SCREENSHOT"
 fi
 if [ $status != 0 ] && [ -f "$work/session/session.log" ]; then
-    echo "wayland-test: the desktop's log, last lines:" >&2
+    echo "wayland-run: the desktop's log, last lines:" >&2
     tail -n 30 "$work/session/session.log" >&2
 fi
 exit $status
