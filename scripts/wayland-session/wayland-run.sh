@@ -41,8 +41,16 @@ if [ "$(id -u)" = 0 ]; then
     chown -R nobody:nogroup "$work/session"
     run_as="setpriv --reuid=nobody --regid=nogroup --clear-groups"
 fi
+# A sanitizer build's settings go along; its suppressions are copied where the user can read them.
+lsan=${LSAN_OPTIONS:-}
+supp=$(printf '%s' "$lsan" | sed -n 's/.*suppressions=\([^:]*\).*/\1/p')
+if [ -n "$supp" ] && [ -f "$supp" ]; then
+    cp "$supp" "$work/lsan.supp"
+    lsan=$(printf '%s' "$lsan" | sed "s|suppressions=[^:]*|suppressions=$work/lsan.supp|")
+fi
 status=0
-$run_as env -i PATH=/usr/local/bin:/usr/bin:/bin LANG=C.UTF-8 SESSION_DIR="$work/session" \
+$run_as env -i ${ASAN_OPTIONS:+ASAN_OPTIONS=$ASAN_OPTIONS} ${lsan:+LSAN_OPTIONS=$lsan} \
+    ${UBSAN_OPTIONS:+UBSAN_OPTIONS=$UBSAN_OPTIONS} PATH=/usr/local/bin:/usr/bin:/bin LANG=C.UTF-8 SESSION_DIR="$work/session" \
     SESSION_PRELOAD="${aid:+$work/$(basename "$aid")}" QT_QPA_PLATFORM=wayland \
     ${VIDORRA_LAYER_SCREENSHOT:+VIDORRA_LAYER_SCREENSHOT=$work/session/layer.png} \
     "$work/$(basename "$reaper")" dbus-run-session -- "$work/session.sh" \
