@@ -75,7 +75,8 @@ AVRecorder::AVRecorder(QWidget *parent, QString appDir, QString tempDir)
     }
     framelessHelper.activateOn(area);
     area->resize(481, 179);
-    setWindowOpacity(0.53);
+    if (area == this) // the layer draws its own half-transparent grey
+        setWindowOpacity(0.53);
     setBackgroundColor(QStringLiteral("gray"));
 
     ui->btnClose->setFlat(true);
