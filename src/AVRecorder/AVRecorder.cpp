@@ -16,6 +16,9 @@
 #include <QTimer>
 #include <QWindow>
 
+#include <memory>
+#include <utility>
+
 #include "AVRecorder/RecorderRules.h"
 #include "AVRecorder/Spinner.h"
 #include "AVRecorder/StopDialog.h"
@@ -474,17 +477,18 @@ void AVRecorder::grabScreenCast(const QRect &region)
                 // GStreamer starts once ffmpeg runs (it says so at once), so
                 // that the first frame is read when it comes: ffmpeg's word
                 // of it tells when the picture began.
-                auto *castOnce = new QObject(castProcess);
-                auto startCast = [this, cast, descriptor, castOnce] {
-                    delete castOnce;
-                    castProcess->start(QStringLiteral("gst-launch-1.0"), cast, QIODevice::ReadOnly);
-                    // The child has its copy of the stream's connection.
-                    ::close(descriptor);
-                };
-                connect(videoProcess, &QProcess::readyReadStandardOutput, castOnce, startCast);
-                connect(videoProcess, &QProcess::errorOccurred, castOnce, [descriptor, castOnce] {
-                    delete castOnce;
-                    ::close(descriptor);
+                auto pending = std::make_shared<bool>(true);
+                connect(videoProcess, &QProcess::readyReadStandardOutput, castProcess,
+                        [this, cast, descriptor, pending] {
+                            if (!std::exchange(*pending, false))
+                                return;
+                            castProcess->start(QStringLiteral("gst-launch-1.0"), cast, QIODevice::ReadOnly);
+                            // The child has its copy of the stream's connection.
+                            ::close(descriptor);
+                        });
+                connect(videoProcess, &QProcess::errorOccurred, castProcess, [descriptor, pending] {
+                    if (std::exchange(*pending, false))
+                        ::close(descriptor);
                 });
                 connect(castProcess, &QProcess::errorOccurred, this, [this](QProcess::ProcessError error) {
                     if (error == QProcess::FailedToStart) {
