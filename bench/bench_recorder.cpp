@@ -163,6 +163,8 @@ int main(int argc, char **argv)
         out << "bench_recorder: needs an X display (xvfb-run -s \"-screen 0 1440x900x24\")\n";
         return 2;
     }
+    // X11's grab or, in a Wayland session, the desktop's ScreenCast portal.
+    out << "bench_recorder: the screen grabbed through " << Platform::screenGrabFormat() << "\n";
 
     QProcess server;
     server.start("pulseaudio", {"-n", "--daemonize=no", "--exit-idle-time=-1", "--disable-shm=yes", "-L",

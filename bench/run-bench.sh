@@ -42,4 +42,8 @@ VIDORRA_BENCH_TOOL=$build/bench/yt-dlp QT_QPA_PLATFORM=offscreen \
 QT_QPA_PLATFORM=offscreen "$build/bench/app/bench_feed" --host "$build/app/vidorra2-sniffer-host" || status=1
 # The recorder grabs a real screen and records a sound server of its own.
 QT_QPA_PLATFORM=xcb xvfb-run -a -s "-screen 0 1440x900x24" "$build/bench/app/bench_recorder" --runs "$runs" || status=1
+# The same under Wayland, in the test desktop (sway, PipeWire, the portal).
+cmake --build "$build" --target vidorra-session-reaper vidorra-shm-frames -- -j2 >/dev/null
+sh "$root/scripts/wayland-session/wayland-run.sh" "$build/bench/app" "$build/bench/app/bench_recorder" \
+    "$build/tests/vidorra-session-reaper" "$build/tests/libvidorra-shm-frames.so" --runs "$runs" || status=1
 exit $status

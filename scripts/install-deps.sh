@@ -13,6 +13,9 @@ packages=(
     chromium
     librsvg2-bin desktop-file-utils appstream xdotool dpkg-dev file
     clang libclang-rt-14-dev
+    # Recording under Wayland (the ScreenCast portal, PipeWire, GStreamer) and its test desktop.
+    libqt5dbus5 qtwayland5 gstreamer1.0-tools gstreamer1.0-pipewire gstreamer1.0-plugins-base
+    gstreamer1.0-plugins-good pipewire wireplumber xdg-desktop-portal xdg-desktop-portal-wlr sway dbus grim
 )
 
 missing=()

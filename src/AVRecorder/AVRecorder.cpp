@@ -9,9 +9,15 @@
 #include <QGuiApplication>
 #include <QKeySequence>
 #include <QMessageBox>
+#include <QPainter>
 #include <QProcess>
 #include <QScreen>
 #include <QShortcut>
+#include <QTimer>
+#include <QWindow>
+
+#include <memory>
+#include <utility>
 
 #include "AVRecorder/RecorderRules.h"
 #include "AVRecorder/Spinner.h"
@@ -20,6 +26,13 @@
 #include "Platform/Platform.h"
 #include "Platform/PrivateFiles.h"
 #include "ui_AVRecorder.h"
+
+#ifndef Q_OS_MACOS
+#include "Platform/ScreenCast.h"
+
+#include <csignal>
+#include <unistd.h>
+#endif
 
 namespace {
 // ffmpeg is asked to finish its file and gets this long to do it.
@@ -48,9 +61,25 @@ AVRecorder::AVRecorder(QWidget *parent, QString appDir, QString tempDir)
     ui->setupUi(this);
     QCoreApplication::addLibraryPath(appDir + QDir::separator() + QStringLiteral("plugins"));
 
-    framelessHelper.activateOn(this);
-    resize(481, 179);
-    setWindowOpacity(0.53);
+    if (Platform::regionIsLayer()) {
+        // The window covers the screen, so its coordinates are the
+        // screen's; the region is a frame inside it, placed as the window
+        // would be.
+        area = new QWidget(this);
+        area->setObjectName(QStringLiteral("recordingRegion"));
+        area->setMinimumSize(minimumSize());
+        for (QWidget *child : {static_cast<QWidget *>(ui->btnClose), static_cast<QWidget *>(ui->btnStart),
+                               static_cast<QWidget *>(ui->textHint)})
+            child->setParent(area);
+        setAttribute(Qt::WA_TranslucentBackground);
+        area->installEventFilter(this);
+        winId(); // the window's handle, to hear the desktop's frame callbacks
+        windowHandle()->installEventFilter(this);
+    }
+    framelessHelper.activateOn(area);
+    area->resize(481, 179);
+    if (area == this) // the layer draws its own half-transparent grey
+        setWindowOpacity(0.53);
     setBackgroundColor(QStringLiteral("gray"));
 
     ui->btnClose->setFlat(true);
@@ -58,13 +87,15 @@ AVRecorder::AVRecorder(QWidget *parent, QString appDir, QString tempDir)
     // The hint is part of the layer the user grabs.
     ui->textHint->setAttribute(Qt::WA_TransparentForMouseEvents);
     moveButtons();
-    framelessHelper.activateOn(this);
+    framelessHelper.activateOn(area);
 
     if (const QScreen *screen = QGuiApplication::primaryScreen()) {
         screenWidth = screen->geometry().width();
         screenHeight = screen->geometry().height();
+        if (area != this)
+            setGeometry(screen->geometry());
         // A first recording opens in the middle of the screen.
-        move(screen->geometry().center() - rect().center());
+        area->move(screen->geometry().center() - area->rect().center());
     }
 
     progName = DownloaderRules::ffmpegPath(QCoreApplication::applicationDirPath(), Platform::ffmpegBuild());
@@ -96,7 +127,7 @@ AVRecorder::~AVRecorder()
 {
     // A recorder let go while it records takes its grabbers with it.
     endChildren();
-    for (QProcess *process : {screenProcess, videoProcess, audioProcess, mergeProcess})
+    for (QProcess *process : {screenProcess, castProcess, videoProcess, audioProcess, mergeProcess})
         delete process;
     delete stopDialog;
     delete spinner;
@@ -105,7 +136,7 @@ AVRecorder::~AVRecorder()
 
 void AVRecorder::endChildren()
 {
-    for (QProcess *process : {screenProcess, videoProcess, audioProcess, mergeProcess}) {
+    for (QProcess *process : {screenProcess, castProcess, videoProcess, audioProcess, mergeProcess}) {
         if (process) {
             process->disconnect(this);
             static_cast<Platform::ChildProcess *>(process)->endGroup(0);
@@ -115,14 +146,68 @@ void AVRecorder::endChildren()
 
 void AVRecorder::setBackgroundColor(QString color)
 {
+    if (area != this) {
+        // The layer's own drawing: grey as half-transparent as the window
+        // elsewhere, or nothing.
+        layerColor = color == QLatin1String("none") ? QColor(Qt::transparent) : QColor(color);
+        layerColor.setAlphaF(layerColor.alphaF() * 0.53);
+        update();
+        return;
+    }
     setStyleSheet(QStringLiteral("* { background-color: ") + color + QStringLiteral("; }"));
 }
 
 void AVRecorder::moveButtons()
 {
-    ui->btnClose->move(RecorderRules::closeButtonPos(size()));
-    ui->btnStart->move(RecorderRules::startButtonPos(size(), ui->btnStart->size()));
-    ui->textHint->move(RecorderRules::hintPos(size(), ui->textHint->size()));
+    const QSize size = area->size();
+    ui->btnClose->move(RecorderRules::closeButtonPos(size));
+    ui->btnStart->move(RecorderRules::startButtonPos(size, ui->btnStart->size()));
+    ui->textHint->move(RecorderRules::hintPos(size, ui->textHint->size()));
+}
+
+void AVRecorder::paintEvent(QPaintEvent *event)
+{
+    if (area == this) {
+        QWidget::paintEvent(event);
+        return;
+    }
+    QPainter painter(this);
+    painter.setCompositionMode(QPainter::CompositionMode_Source);
+    if (layerEmptied) {
+        painter.fillRect(rect(), Qt::transparent);
+        return;
+    }
+    painter.fillRect(rect(), layerColor);
+    const QRect region = area->geometry();
+    painter.fillRect(region, Qt::transparent);
+    painter.setCompositionMode(QPainter::CompositionMode_SourceOver);
+    painter.setPen(QPen(Qt::white, 2, Qt::DashLine));
+    painter.drawRect(region.adjusted(1, 1, -1, -1));
+}
+
+bool AVRecorder::eventFilter(QObject *watched, QEvent *event)
+{
+    if (layerEmptied && watched == windowHandle() && event->type() == QEvent::UpdateRequest)
+        QTimer::singleShot(0, this, [this] { beginGrab(layerPos); });
+    if (watched == area && (event->type() == QEvent::Move || event->type() == QEvent::Resize)) {
+        if (event->type() == QEvent::Resize)
+            moveButtons();
+        update();
+    }
+    return QWidget::eventFilter(watched, event);
+}
+
+void AVRecorder::showRegion()
+{
+    if (area != this)
+        showFullScreen();
+    else
+        show();
+}
+
+QRect AVRecorder::regionGeometry() const
+{
+    return area->geometry();
 }
 
 void AVRecorder::resizeEvent(QResizeEvent *event)
@@ -142,12 +227,12 @@ void AVRecorder::startRecorder(QRect rect)
              << "new geometry"
              << ":" << rect;
     bool changed = false;
-    if (size() != rect.size()) {
-        resize(rect.size());
+    if (area->size() != rect.size()) {
+        area->resize(rect.size());
         changed = true;
     }
-    if (pos() != rect.topLeft()) {
-        move(rect.topLeft());
+    if (area->pos() != rect.topLeft()) {
+        area->move(rect.topLeft());
         changed = true;
     }
     if (changed)
@@ -234,14 +319,14 @@ void AVRecorder::finishedReadInputScreen(int)
     qDebug() << "src/AVRecorder/AVRecorder.cpp" << __LINE__ << "finishedReadInputScreen"
              << ":"
              << "inputScreen set as:" << inputScreen;
-    show();
+    showRegion();
 }
 
 void AVRecorder::clickButtonStart()
 {
     if (recording)
         return;
-    outputGeometry = geometry();
+    outputGeometry = regionGeometry();
     qDebug() << "src/AVRecorder/AVRecorder.cpp" << __LINE__ << "clickButtonStart"
              << ":"
              << "output.geometry"
@@ -255,7 +340,7 @@ void AVRecorder::clickButtonStart()
                     << "output.geometry"
                     << ":" << outputGeometry;
         outputGeometry = onScreen;
-        setGeometry(outputGeometry);
+        area->setGeometry(outputGeometry);
     }
     const QPoint pos = outputGeometry.topLeft();
     qDebug() << "src/AVRecorder/AVRecorder.cpp" << __LINE__ << "clickButtonStart"
@@ -264,7 +349,30 @@ void AVRecorder::clickButtonStart()
              << ":" << pos;
 
     recording = true;
+    if (area != this && isVisible() && windowHandle()) {
+        // The layer goes in two steps, so that no frame of the recording
+        // shows it: it is emptied, and once the desktop has shown it empty
+        // (its next frame callback) it is hidden and the grab begins.
+        layerEmptied = true;
+        area->hide();
+        repaint();
+        QTimer::singleShot(1000, this, [this, pos] { beginGrab(pos); }); // should no frame callback come
+        windowHandle()->requestUpdate();
+        layerPos = pos;
+        return;
+    }
+    beginGrab(pos);
+}
+
+void AVRecorder::beginGrab(QPoint pos)
+{
+    if (!recording || (area != this && !layerEmptied))
+        return;
     hide();
+    if (layerEmptied) {
+        layerEmptied = false;
+        area->show();
+    }
 
     stopDialog->setWindowFlags(stopDialog->windowFlags() | Qt::WindowStaysOnTopHint);
     stopDialog->show();
@@ -284,9 +392,12 @@ void AVRecorder::clickButtonClose()
 }
 
 QProcess *AVRecorder::startGrabber(const QString &program, const QStringList &arguments, void (AVRecorder::*output)(),
-                                   void (AVRecorder::*error)(), const QProcessEnvironment &environment)
+                                   void (AVRecorder::*error)(), const QProcessEnvironment &environment,
+                                   QProcess *source)
 {
     auto *process = new Platform::ChildProcess;
+    if (source)
+        source->setStandardOutputProcess(process);
     process->setProcessEnvironment(environment);
     connect(process, &QProcess::readyReadStandardOutput, this, output);
     connect(process, &QProcess::readyReadStandardError, this, error);
@@ -302,7 +413,11 @@ void AVRecorder::grabVideo(QPoint pos)
     videoStarted = 0;
     videoOutput.clear();
 
-    const QRect region(pos, outputGeometry.isValid() ? outputGeometry.size() : size());
+    const QRect region(pos, outputGeometry.isValid() ? outputGeometry.size() : area->size());
+    if (Platform::screenGrabFormat() == QLatin1String("pipewire")) {
+        grabScreenCast(region);
+        return;
+    }
     const QStringList arguments = RecorderRules::grabVideoArguments(
         Platform::screenGrabFormat(), inputScreen, RecorderRules::grabFilter(QSize(screenWidth, screenHeight), region),
         videoFile);
@@ -321,13 +436,111 @@ void AVRecorder::grabVideo(QPoint pos)
     });
 }
 
+void AVRecorder::grabScreenCast(const QRect &region)
+{
+#ifndef Q_OS_MACOS
+    delete screenCast;
+    screenCast = new Platform::ScreenCast(this);
+    connect(screenCast, &Platform::ScreenCast::failed, this, &AVRecorder::endRecording);
+    connect(screenCast, &Platform::ScreenCast::ready, this,
+            [this, region](int descriptor, quint32 node, QSize, QString token) {
+                if (!token.isEmpty() && token != screenCastToken) {
+                    screenCastToken = token;
+                    emit screenCastTokenChanged(token);
+                }
+                if (!recording) {
+                    ::close(descriptor);
+                    return;
+                }
+                const QStringList cast = RecorderRules::screenCastArguments(
+                    descriptor, node, QSize(screenWidth, screenHeight), region);
+                const QStringList encode = RecorderRules::screenCastEncodeArguments(
+                    RecorderRules::clippedRegion(region, QSize(screenWidth, screenHeight)).size(), videoFile);
+                qDebug() << "src/AVRecorder/AVRecorder.cpp" << __LINE__ << "grabVideo"
+                         << ":"
+                         << "arguments"
+                         << ":" << cast << "|" << encode;
+                // GStreamer reads the stream and hands ffmpeg the frames.
+                castSaid.clear();
+                castProcess = new Platform::ChildProcess;
+                connect(castProcess, &QProcess::readyReadStandardError, this, [this] {
+                    const QString text = latin1Text(castProcess->readAllStandardError()).trimmed();
+                    if (!text.isEmpty())
+                        castSaid = text.section(QLatin1Char('\n'), 0, 0);
+                    qCritical() << "!!! ERROR: "
+                                << "src/AVRecorder/AVRecorder.cpp" << __LINE__ << "grabVideo"
+                                << ":" << text;
+                });
+                videoProcess = startGrabber(progName, encode, &AVRecorder::printVideoOutput,
+                                            &AVRecorder::printVideoError,
+                                            QProcessEnvironment::systemEnvironment(), castProcess);
+                // GStreamer starts once ffmpeg runs (it says so at once), so
+                // that the first frame is read when it comes: ffmpeg's word
+                // of it tells when the picture began.
+                auto pending = std::make_shared<bool>(true);
+                connect(videoProcess, &QProcess::readyReadStandardOutput, castProcess,
+                        [this, cast, descriptor, pending] {
+                            if (!std::exchange(*pending, false))
+                                return;
+                            castProcess->start(QStringLiteral("gst-launch-1.0"), cast, QIODevice::ReadOnly);
+                            // The child has its copy of the stream's connection.
+                            ::close(descriptor);
+                        });
+                connect(videoProcess, &QProcess::errorOccurred, castProcess, [descriptor, pending] {
+                    if (std::exchange(*pending, false))
+                        ::close(descriptor);
+                });
+                connect(castProcess, &QProcess::errorOccurred, this, [this](QProcess::ProcessError error) {
+                    if (error == QProcess::FailedToStart) {
+                        castSaid = castProcess->errorString();
+                        videoGrabberFailed();
+                    }
+                });
+                connect(videoProcess, QOverload<int, QProcess::ExitStatus>::of(&QProcess::finished), this,
+                        &AVRecorder::videoGrabberFailed);
+                connect(videoProcess, &QProcess::errorOccurred, this, [this](QProcess::ProcessError error) {
+                    if (error == QProcess::FailedToStart)
+                        videoGrabberFailed();
+                });
+            });
+    screenCast->open(screenCastToken);
+#else
+    Q_UNUSED(region)
+#endif
+}
+
+void AVRecorder::finishVideo()
+{
+    if (!videoProcess)
+        return;
+#ifndef Q_OS_MACOS
+    // gst-launch, run with "-e", ends its stream cleanly on an interrupt;
+    // ffmpeg then finishes the file at the stream's end.
+    if (castProcess) {
+        if (castProcess->processId() > 0)
+            ::kill(pid_t(castProcess->processId()), SIGINT);
+        return;
+    }
+#endif
+    // "q" is ffmpeg's own quit key: it finishes the file properly.
+    videoProcess->write("q");
+}
+
 void AVRecorder::videoGrabberFailed()
 {
     if (!recording || !videoProcess)
         return;
     videoProcess->disconnect(this);
     printVideoOutput();
-    const QString said = videoProcess->error() == QProcess::FailedToStart ? videoProcess->errorString() : videoSaid;
+    endRecording(!castSaid.isEmpty()                             ? castSaid
+                 : videoProcess->error() == QProcess::FailedToStart ? videoProcess->errorString()
+                                                                    : videoSaid);
+}
+
+void AVRecorder::endRecording(const QString &said)
+{
+    if (!recording)
+        return;
     endGrabbers();
     for (const QString &file : {videoFile, audioFile, resultFile})
         QFile::remove(file);
@@ -369,13 +582,22 @@ void AVRecorder::stopSomeProcess(AVRecorder::stopProcessType type)
 {
     if (type == stopVideo && videoProcess) {
         videoProcess->disconnect(this); // its end is wanted now
-        // "q" is ffmpeg's own quit key: it finishes the file properly.
-        videoProcess->write("q");
+        finishVideo();
         videoProcess->waitForFinished(quitWaitMs);
         printVideoOutput();
         videoProcess->close();
         delete videoProcess;
         videoProcess = nullptr;
+        if (castProcess) {
+            castProcess->disconnect(this);
+            static_cast<Platform::ChildProcess *>(castProcess)->endGroup(quitWaitMs);
+            delete castProcess;
+            castProcess = nullptr;
+        }
+#ifndef Q_OS_MACOS
+        if (screenCast)
+            screenCast->close();
+#endif
     } else if (type == stopAudio && audioProcess) {
         // sox ends cleanly on a termination request and writes the length
         // into the file's header.
@@ -389,9 +611,13 @@ void AVRecorder::stopSomeProcess(AVRecorder::stopProcessType type)
 
 void AVRecorder::endGrabbers()
 {
+#ifndef Q_OS_MACOS
+    // Still waiting for the desktop: nothing is to come.
+    if (screenCast && !videoProcess)
+        screenCast->close();
+#endif
     // Both are told at once and finish their files side by side.
-    if (videoProcess)
-        videoProcess->write("q");
+    finishVideo();
     if (audioProcess)
         audioProcess->terminate();
     stopSomeProcess(stopVideo);
@@ -493,9 +719,13 @@ void AVRecorder::printVideoOutput()
         return;
     videoSaid = text.trimmed().section(QLatin1Char('\n'), -1);
     if (videoStarted == 0) {
-        // The description ffmpeg prints first, not the progress after it.
+        // The description ffmpeg prints first, not the progress after it;
+        // GStreamer tells when its first picture reaches the file.
         videoOutput = (videoOutput + text).right(4096);
-        videoStarted = RecorderRules::videoStartMs(videoOutput);
+        if (screenCast)
+            videoStarted = RecorderRules::screenCastStarted(videoOutput) ? QDateTime::currentMSecsSinceEpoch() : 0;
+        else
+            videoStarted = RecorderRules::videoStartMs(videoOutput);
     }
     qDebug() << "src/AVRecorder/AVRecorder.cpp" << __LINE__ << "printVideoOutput"
              << ":" << text;

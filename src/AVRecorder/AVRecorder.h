@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QColor>
 #include <QMetaType>
 #include <QProcessEnvironment>
 #include <QRect>
@@ -10,6 +11,9 @@
 
 class QProcess;
 class Spinner;
+namespace Platform {
+class ScreenCast;
+}
 class StopDialog;
 class Ui_AVRecorder;
 
@@ -81,6 +85,18 @@ public:
     {
         return inputScreen;
     }
+    // The widget the user places: the window itself, or the frame inside
+    // the full-screen layer where windows cannot be placed (Wayland).
+    QWidget *regionWidget() const
+    {
+        return area;
+    }
+    // The desktop's token for the screen chosen in its sharing dialog, so
+    // that the next recording does not ask again (Wayland).
+    void setScreenCastToken(const QString &token)
+    {
+        screenCastToken = token;
+    }
     qint64 pictureStartedMs() const
     {
         return videoStarted;
@@ -95,6 +111,8 @@ signals:
     void done(QString);
     void error(int, QString);
     void close();
+    // The desktop gave a new token for the shared screen: worth keeping.
+    void screenCastTokenChanged(QString token);
 
 public slots:
     void selectInputScreen();
@@ -118,13 +136,36 @@ public slots:
 protected:
     // The buttons and the hint keep their places as the user stretches the window.
     void resizeEvent(QResizeEvent *event) override;
+    // The layer: half-transparent grey with the region clear inside a frame.
+    void paintEvent(QPaintEvent *event) override;
+    bool eventFilter(QObject *watched, QEvent *event) override;
 
 private:
+    // Shows the window: as it is, or the layer over the whole screen.
+    void showRegion();
+    // Hides the region window and starts the grabbers.
+    void beginGrab(QPoint pos);
+    QRect regionGeometry() const;
+    // The grab through the desktop's ScreenCast portal; the child starts
+    // once the desktop has shared the screen.
+    void grabScreenCast(const QRect &region);
+    // The recording ends with `error`, its files removed.
+    void endRecording(const QString &why);
+    // Asks the video grabber to finish its file.
+    void finishVideo();
+
     QProcess *startGrabber(const QString &program, const QStringList &arguments, void (AVRecorder::*output)(),
                            void (AVRecorder::*error)(),
-                           const QProcessEnvironment &environment = QProcessEnvironment::systemEnvironment());
+                           const QProcessEnvironment &environment = QProcessEnvironment::systemEnvironment(),
+                           QProcess *source = nullptr);
 
     Ui_AVRecorder *ui;
+    QWidget *area = this;
+    QColor layerColor;
+    bool layerEmptied = false; // the layer is drawn empty before it goes
+    QPoint layerPos;
+    Platform::ScreenCast *screenCast = nullptr;
+    QString screenCastToken;
     NcFramelessHelper framelessHelper;
     StopDialog *stopDialog = nullptr;
     Spinner *spinner = nullptr;
@@ -140,6 +181,8 @@ private:
     QString resultFile;
     QProcess *screenProcess = nullptr;
     QProcess *videoProcess = nullptr;
+    QProcess *castProcess = nullptr; // GStreamer feeding videoProcess (Wayland)
+    QString castSaid;                // its last error
     QProcess *audioProcess = nullptr;
     QProcess *mergeProcess = nullptr;
     QRect outputGeometry;

@@ -85,6 +85,62 @@ QStringList grabVideoArguments(const QString &format, const QString &screen, con
             videoFile};
 }
 
+QStringList screenCastArguments(int descriptor, quint32 node, const QSize &screen, const QRect &region)
+{
+    const QRect cut = clippedRegion(region, screen);
+    return {QStringLiteral("-q"),
+            QStringLiteral("-e"),
+            QStringLiteral("pipewiresrc"),
+            QStringLiteral("fd=%1").arg(descriptor),
+            QStringLiteral("path=%1").arg(node),
+            QStringLiteral("do-timestamp=true"),
+            // A still screen sends no frames: the last one is sent again.
+            QStringLiteral("keepalive-time=100"),
+            QStringLiteral("!"),
+            QStringLiteral("videoconvert"),
+            QStringLiteral("!"),
+            QStringLiteral("videoscale"),
+            QStringLiteral("!"),
+            QStringLiteral("video/x-raw,width=%1,height=%2").arg(screen.width()).arg(screen.height()),
+            QStringLiteral("!"),
+            QStringLiteral("videocrop"),
+            QStringLiteral("left=%1").arg(cut.x()),
+            QStringLiteral("top=%1").arg(cut.y()),
+            QStringLiteral("right=%1").arg(screen.width() - cut.right() - 1),
+            QStringLiteral("bottom=%1").arg(screen.height() - cut.bottom() - 1),
+            QStringLiteral("!"),
+            QStringLiteral("videorate"),
+            QStringLiteral("!"),
+            QStringLiteral("video/x-raw,format=BGRx,framerate=30/1"),
+            QStringLiteral("!"),
+            QStringLiteral("fdsink"),
+            QStringLiteral("fd=1")};
+}
+
+QStringList screenCastEncodeArguments(const QSize &size, const QString &videoFile)
+{
+    return {QStringLiteral("-f"),
+            QStringLiteral("rawvideo"),
+            QStringLiteral("-pix_fmt"),
+            QStringLiteral("bgr0"),
+            QStringLiteral("-s"),
+            QStringLiteral("%1x%2").arg(size.width()).arg(size.height()),
+            QStringLiteral("-r"),
+            QStringLiteral("30"),
+            QStringLiteral("-i"),
+            QStringLiteral("-"),
+            QStringLiteral("-r"),
+            QStringLiteral("30"),
+            QStringLiteral("-b:v"),
+            QStringLiteral("20M"),
+            videoFile};
+}
+
+bool screenCastStarted(const QString &ffmpegOutput)
+{
+    return ffmpegOutput.contains(QStringLiteral("Input #0, rawvideo"));
+}
+
 QStringList mergeArguments(const QString &videoFile, const QString &audioFile, const QString &resultFile,
                            qint64 audioShiftMs)
 {

@@ -43,6 +43,18 @@ QString workFileName(const QString &tempDir, const QDateTime &now);
 QStringList grabVideoArguments(const QString &format, const QString &screen, const QString &filter,
                                const QString &videoFile);
 
+// A screen shared through the desktop's portal: GStreamer reads the
+// PipeWire stream (connection `descriptor`, `node`), scales it to the
+// logical `screen`, cuts it to `region` and writes raw frames at 30 a second
+// to its standard output ("-e": an interrupt ends the stream cleanly)...
+QStringList screenCastArguments(int descriptor, quint32 node, const QSize &screen, const QRect &region);
+// ... where ffmpeg reads them (of `size`, the region's on the screen) and
+// writes the same MPEG video file as the X11 grab.
+QStringList screenCastEncodeArguments(const QSize &size, const QString &videoFile);
+// Whether ffmpeg's output says the first picture has come: it describes its
+// input once it has read a frame.
+bool screenCastStarted(const QString &ffmpegOutput);
+
 // The merge of picture and sound. `audioShiftMs` lines the sound up with
 // the picture: positive when the sound started later than the picture (it
 // is delayed), negative when it started earlier (its beginning is skipped).

@@ -39,8 +39,17 @@ QString firefoxHostManifestFolder();
 
 // Screen capture runs through ffmpeg's input device for this system:
 // "avfoundation" on macOS, whose screens are numbered in ffmpeg's device
-// list, and "x11grab" elsewhere, whose screen is the X display itself.
+// list, and "x11grab" on X11, whose screen is the X display itself. A
+// Wayland session ("pipewire") has the desktop share the screen through its
+// ScreenCast portal (ScreenCast.h) and a GStreamer child read the stream.
 QString screenGrabFormat();
+// Whether this is a Wayland session (WAYLAND_DISPLAY set, or
+// XDG_SESSION_TYPE "wayland").
+bool waylandSession();
+// Whether the region window is a layer over the whole screen with the
+// region a frame inside it: a window system that neither tells a window
+// where it is nor lets it move itself (Wayland).
+bool regionIsLayer();
 bool screenDevicesListed();
 // The X display the program runs on (":0", ":99"); empty on macOS.
 QString screenGrabDisplay();

@@ -3,6 +3,10 @@
 #include <QDebug>
 #include <QProcess>
 
+#ifndef Q_OS_MACOS
+#include "Platform/ScreenCast.h"
+#endif
+
 namespace {
 // The input that was the default before the loopback was switched on;
 // empty while it is off.
@@ -30,13 +34,28 @@ bool pactl(const QStringList &arguments, QString *output = nullptr)
 
 namespace Platform {
 
+bool waylandSession()
+{
+#ifdef Q_OS_MACOS
+    return false;
+#else
+    return !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY") ||
+           qEnvironmentVariable("XDG_SESSION_TYPE") == QLatin1String("wayland");
+#endif
+}
+
 QString screenGrabFormat()
 {
 #ifdef Q_OS_MACOS
     return QStringLiteral("avfoundation");
 #else
-    return QStringLiteral("x11grab");
+    return waylandSession() ? QStringLiteral("pipewire") : QStringLiteral("x11grab");
 #endif
+}
+
+bool regionIsLayer()
+{
+    return waylandSession();
 }
 
 bool screenDevicesListed()
@@ -63,6 +82,14 @@ QString screenCaptureProblem(const QString &platformName)
     Q_UNUSED(platformName)
     return QString();
 #else
+    if (waylandSession()) {
+        if (ScreenCast::available())
+            return QString();
+        return QStringLiteral("Vidorra 2 records a Wayland desktop through the desktop's screen sharing portal, and "
+                              "this session has none.<br><br>Install xdg-desktop-portal with the portal of your "
+                              "desktop (xdg-desktop-portal-gnome, xdg-desktop-portal-kde or "
+                              "xdg-desktop-portal-wlr), pipewire and gstreamer1.0-pipewire, then log in again.");
+    }
     if (screenGrabDisplay().isEmpty() || platformName == QLatin1String("wayland"))
         return QStringLiteral("Vidorra 2 records the screen through the X window system, and this session has no X "
                               "display.<br><br>Log in to an X11 session (on the login screen, choose a session "

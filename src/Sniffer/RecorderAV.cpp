@@ -57,6 +57,14 @@ void Sniffer::runRecorderAV()
             QOverload<AVRecorder::ResultingData>::of(&Sniffer::doneRecorderAV));
     connect(recorder, &AVRecorder::close, this, &Sniffer::closeRecorderAV);
     connect(recorder, &AVRecorder::error, this, &Sniffer::errorRecorderAV);
+    // The screen the desktop shared last time is shared again without asking.
+    if (appSettings.ini) {
+        recorder->setScreenCastToken(appSettings.ini->value(QStringLiteral("screencast_token")).toString());
+        connect(recorder, &AVRecorder::screenCastTokenChanged, this, [this](const QString &token) {
+            appSettings.ini->setValue(QStringLiteral("screencast_token"), token);
+            syncSettings();
+        });
+    }
     hide();
     if (haveRecordedRegion)
         recorder->startRecorder(recordedRegion);

@@ -8,6 +8,7 @@
 #include "Fiofostis/DownloaderRules.h"
 #include "Fiofostis/JobFiles.h"
 #include "Platform/Platform.h"
+#include "Platform/ScreenCast.h"
 #include "Sniffer/DownloadRules.h"
 #include "Sniffer/Log.h"
 #include "Sniffer/SniffedRules.h"
@@ -289,8 +290,22 @@ private slots:
         QCOMPARE(inputScreen("[AVFoundation input device @ 0x7f8] [10] Capture screen 0", "0"), QString("1"));
         QCOMPARE(inputScreen("[0] FaceTime HD Camera\n[1] Capture camera 0", "0"), QString("0"));
         QCOMPARE(inputScreen("Capture screen 0", "0"), QString()); // not after "] ": nothing before it to read
-        // No X display to grab: the recorder says so instead of recording black.
+        // No X display to grab: the recorder says so instead of recording black. A Wayland
+        // session records through the desktop's portal; without one on the bus it names what to install.
+        const QByteArray wayland = qgetenv("WAYLAND_DISPLAY"), bus = qgetenv("DBUS_SESSION_BUS_ADDRESS");
+        qunsetenv("WAYLAND_DISPLAY");
         QVERIFY(Platform::screenCaptureProblem("wayland").contains("no X display"));
+        QVERIFY(Platform::screenGrabFormat() == "x11grab" && !Platform::regionIsLayer());
+        qputenv("WAYLAND_DISPLAY", "wayland-9");
+        qputenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent");
+        QVERIFY(Platform::screenGrabFormat() == "pipewire" && Platform::regionIsLayer());
+        QVERIFY(Platform::screenCaptureProblem("wayland").contains("xdg-desktop-portal"));
+        Platform::ScreenCast cast; // asked all the same, it fails with a message
+        QSignalSpy failed(&cast, &Platform::ScreenCast::failed);
+        cast.open(QString());
+        QVERIFY(failed.size() == 1 && failed.first().first().toString().contains("no ScreenCast portal"));
+        qputenv("WAYLAND_DISPLAY", wayland);
+        qputenv("DBUS_SESSION_BUS_ADDRESS", bus);
         const QDateTime when({2026, 11, 23}, {3, 0});
         QCOMPARE(workFileName("/tmp/a", when), workFileName("/tmp/a", when));
         QVERIFY(workFileName("/tmp/a", when) != workFileName("/tmp/b", when));
@@ -329,6 +344,15 @@ private slots:
         QCOMPARE(mergeArguments("v.mpg", QString(), "r.mpg", 300).join(' '), QString("-i v.mpg -vcodec copy -y r.mpg"));
         QCOMPARE(grabVideoArguments("x11grab", ":99", "F", "v.mpg").join(' '),
                  QString("-rtbufsize 2000M -f x11grab -i :99 -r 30 -vf F -b:v 20M v.mpg"));
+        // Under Wayland: the stream scaled to the screen, cut to the region (clipped to the screen),
+        // raw frames at 30 a second for ffmpeg, which writes the same video file.
+        QCOMPARE(screenCastArguments(7, 42, {1440, 900}, {-30, 50, 640, 480}).mid(2).join(' '),
+                 QString("pipewiresrc fd=7 path=42 do-timestamp=true keepalive-time=100 ! videoconvert ! videoscale "
+                         "! video/x-raw,width=1440,height=900 ! videocrop left=0 top=50 right=830 bottom=370 ! "
+                         "videorate ! video/x-raw,format=BGRx,framerate=30/1 ! fdsink fd=1"));
+        QCOMPARE(screenCastEncodeArguments({610, 480}, "v.mpg").join(' '),
+                 QString("-f rawvideo -pix_fmt bgr0 -s 610x480 -r 30 -i - -r 30 -b:v 20M v.mpg"));
+        QVERIFY(screenCastStarted("Input #0, rawvideo, from 'pipe:':") && !screenCastStarted("ffmpeg version"));
     }
 
     void windowsWithoutARecording()

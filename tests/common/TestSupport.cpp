@@ -192,6 +192,45 @@ MediaServer::~MediaServer()
         process.kill();
 }
 
+bool SoundServer::start()
+{
+    qputenv("XDG_RUNTIME_DIR", runtime.path().toLocal8Bit());
+    server.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    server.start("pulseaudio", {"-n", "--daemonize=no", "--exit-idle-time=-1", "--disable-shm=yes", "-L",
+                                "module-native-protocol-unix", "-L", "module-null-sink sink_name=speakers", "-L",
+                                "module-null-source source_name=quiet"});
+    if (!waitFor([] { return runTool("pactl", {"info"}).contains("Default Sink: speakers"); }, 30000))
+        return false;
+    runTool("pactl", {"set-default-source", "quiet"});
+    // Played with short blocks, as a sound card takes them.
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert("PULSE_LATENCY_MSEC", "20");
+    tone.setProcessEnvironment(environment);
+    tone.start("sox", {"-q", "-n", "-t", "pulseaudio", "speakers", "synth", "600", "sine", "440", "vol", "0.5"});
+    return tone.waitForStarted();
+}
+
+SoundServer::~SoundServer()
+{
+    tone.kill();
+    tone.waitForFinished();
+    server.terminate();
+    server.waitForFinished(10000);
+}
+
+QString recordedPicture(const QString &file, int *frames, bool *toneHeard)
+{
+    // MPEG's stream length is only estimated: the frames, at the stream's 30 a second, tell the time.
+    const QString info = runTool("ffprobe", {"-v", "error", "-count_frames", "-select_streams", "v", "-show_entries",
+                                             "stream=width,height,r_frame_rate,nb_read_frames", "-of",
+                                             "default=noprint_wrappers=1", file});
+    *frames = QRegularExpression("nb_read_frames=(\\d+)").match(info).captured(1).toInt();
+    const QString level = runTool("ffmpeg", {"-i", file, "-vn", "-af", "volumedetect", "-f", "null", "-"});
+    const double mean = QRegularExpression("mean_volume: (-?[\\d.]+) dB").match(level).captured(1).toDouble();
+    *toneHeard = mean > -20.0 && mean < -3.0;
+    return info;
+}
+
 QString runTool(const QString &program, const QStringList &arguments, bool *ok)
 {
     QProcess process;

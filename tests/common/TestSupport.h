@@ -41,6 +41,18 @@ struct MediaServer
     QProcess process;
     QString url;
 };
+// A sound server of the test's own (its own XDG_RUNTIME_DIR): a silent output "speakers", whose monitor the recorder
+// switches to, and a quiet input "quiet" that is the default until then; a 440 Hz tone plays into the output.
+struct SoundServer
+{
+    bool start();
+    ~SoundServer();
+    QTemporaryDir runtime;
+    QProcess server, tone;
+};
+// A recording's picture (width, height, frame rate declared, frames counted) as ffprobe prints it, and whether the
+// tone is in its sound.
+QString recordedPicture(const QString &file, int *frames, bool *toneHeard);
 // Runs a program to its end (two minutes at most); what it printed on either channel. `ok`: it ended with 0.
 QString runTool(const QString &program, const QStringList &arguments, bool *ok = nullptr);
 // The streams of a media file as "codec=kind ..." ("h264=video aac=audio").
