@@ -9,7 +9,7 @@
 #include "Fiofostis/JobFiles.h"
 #include "Platform/Platform.h"
 #include "Sniffer/DownloadRules.h"
-#include "Sniffer/Log.h"
+#include "Platform/Log.h"
 #include "Sniffer/SniffedRules.h"
 #include "Sniffer/WindowRules.h"
 #include "TestSupport.h"
