@@ -180,7 +180,8 @@ private slots:
         QListWidget *list = sniffer.uiOldSniffer->mediaList;
         // Firefox may show its first page before the add-on listens: then the page is reloaded, as a user would.
         for (int attempt = 0; attempt < 6 && !waitFor([&] { return list->count() > 0; }, 10000); ++attempt)
-            runTool("xdotool", {"search", "--sync", "--onlyvisible", "--class", "firefox", "key", "F5"});
+            runTool("xdotool",
+                    {"search", "--sync", "--onlyvisible", "--class", "firefox", "windowfocus", "--sync", "key", "F5"});
         QVERIFY2(list->count() > 0, "no row from Firefox");
         QCOMPARE(list->count(), 1);
         QCOMPARE(sniffer.sniffedEntries[0].url, QUrl(opened[0]).resolved(QUrl("clip.webm")).toString());
@@ -196,6 +197,7 @@ private slots:
         mine["origins"] = mine["permissions"] = QJsonArray();
         granted[Firefox::id] = mine;
         QVERIFY(writeFile(browser.profile.filePath("extension-preferences.json"), QJsonDocument(granted).toJson()));
+        QFile::remove(browser.profile.filePath("startupCache/webext.sc.lz4")); // Firefox's copy of the permissions
         QVERIFY(browser.start("about:blank"));
         const QString log = qEnvironmentVariable("XDG_DATA_HOME") + "/Vidorra 2" + Log::fileName(QDate::currentDate());
         QVERIFY2(waitFor([&] { return readFile(log).contains("the browser add-on may not read the sites you visit"); },
