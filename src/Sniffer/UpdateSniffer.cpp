@@ -94,9 +94,13 @@ void Sniffer::testSniffer()
         const QFileInfo page(QCoreApplication::applicationDirPath() + QDir::separator() + address);
         if (!testPageServer)
             testPageServer = new PageServer(this);
-        if (!testPageServer->serve(page.path())) {
+        const QString problem = !page.isFile() ? QStringLiteral("it is missing, reinstall Vidorra 2")
+                                : !testPageServer->serve(page.path()) ? testPageServer->errorString()
+                                                                      : QString();
+        if (!problem.isEmpty()) {
             showPlainMessage(QMessageBox::Warning, QStringLiteral("Vidorra 2"),
-                             QStringLiteral("The self-test cannot serve its page: ") + testPageServer->errorString());
+                             QStringLiteral("The self-test cannot show its page %1: %2")
+                                 .arg(QDir::toNativeSeparators(page.filePath()), problem));
             return;
         }
         url = QUrl(testPageServer->address(page.fileName()));
