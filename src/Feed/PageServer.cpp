@@ -82,7 +82,7 @@ void PageServer::read(QTcpSocket *socket)
 QByteArray PageServer::answer(const QByteArray &head) const
 {
     static const QRegularExpression request(QStringLiteral("^(GET|HEAD) /([^ ?#]*)(?:[?#][^ ]*)? HTTP/1\\.[01]$"));
-    const QRegularExpressionMatch match = request.match(QString::fromLatin1(head.left(head.indexOf("\r\n"))));
+    const QRegularExpressionMatch match = request.match(QString::fromLatin1(head).section(QLatin1String("\r\n"), 0, 0));
     if (!match.hasMatch())
         return failure(400, "Bad Request");
     // A name right in the folder: no other folder, no hidden file.

@@ -182,11 +182,15 @@ private slots:
         for (int attempt = 0; attempt < 6 && !waitFor([&] { return list->count() > 0; }, 10000); ++attempt)
             runTool("xdotool",
                     {"search", "--sync", "--onlyvisible", "--class", "firefox", "windowfocus", "--sync", "key", "F5"});
-        QVERIFY2(list->count() > 0, "no row from Firefox");
-        QCOMPARE(list->count(), 1);
+        QVERIFY2(list->count() == 1, "no row from Firefox, or more than one");
         QCOMPARE(sniffer.sniffedEntries[0].url, QUrl(opened[0]).resolved(QUrl("clip.webm")).toString());
         QCOMPARE(sniffer.sniffedEntries[0].sizeBytes, QFileInfo(VIDORRA_APP_DIR "/testpage/clip.webm").size());
         QVERIFY(browser.stop());
+        QTcpSocket probe; // the page's folder and nothing else
+        probe.connectToHost("127.0.0.1", QUrl(opened[0]).port());
+        probe.write("GET /..%2Frun HTTP/1.1\r\n\r\n");
+        QVERIFY(waitFor([&] { return probe.state() == QAbstractSocket::UnconnectedState; }) &&
+                probe.readAll().startsWith("HTTP/1.1 404"));
         sniffer.runOldSniffer(); // back from the test: the page is no longer served
         QTcpSocket page;
         page.connectToHost("127.0.0.1", QUrl(opened[0]).port());
