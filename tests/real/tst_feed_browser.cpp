@@ -75,11 +75,11 @@ public:
         QByteArray prefs;
         for (const char *pref :
              {"xpinstall.signatures.required\", false", "extensions.autoDisableScopes\", 0",
-              "browser.shell.checkDefaultBrowser\", false", "datareporting.policy.dataSubmissionEnabled\", false",
-              "browser.aboutwelcome.enabled\", false", "browser.startup.homepage_override.mstone\", \"ignore\"",
-              "app.update.auto\", false", "extensions.update.enabled\", false", "app.normandy.enabled\", false",
-              "browser.region.network.url\", \"\"", "services.settings.server\", \"http://127.0.0.1:9/\"",
-              "network.connectivity-service.enabled\", false", "media.autoplay.default\", 0"})
+              "datareporting.policy.dataSubmissionEnabled\", false", "browser.aboutwelcome.enabled\", false",
+              "browser.startup.homepage_override.mstone\", \"ignore\"", "extensions.update.enabled\", false",
+              "app.normandy.enabled\", false", "browser.region.network.url\", \"\"",
+              "services.settings.server\", \"http://127.0.0.1:9/\"", "network.connectivity-service.enabled\", false",
+              "media.autoplay.default\", 0"})
             prefs += QByteArray("user_pref(\"") + pref + ");\n";
         writeFile(profile.filePath("user.js"), prefs);
     }
@@ -90,32 +90,26 @@ public:
         process.start("setsid", {program, "--no-remote", "--profile", profile.path(), url});
         return process.waitForStarted();
     }
-    bool stop() // as the desktop ends it
+    bool stop() // as the desktop ends it; then the host (false when it was not running)
     {
         const pid_t session = pid_t(process.processId());
-        if (session <= 0)
-            return false;
-        ::kill(-session, SIGTERM);
-        const bool ended = process.waitForFinished(60000);
-        ::kill(-session, SIGKILL); // the host
+        const bool ended = session > 0 && ::kill(-session, SIGTERM) == 0 && process.waitForFinished(60000);
+        if (session > 0)
+            ::kill(-session, SIGKILL);
         return ended;
     }
     ~Firefox()
     {
-        if (process.state() != QProcess::NotRunning)
-            stop();
+        stop();
     }
     QJsonObject json(const QString &file) const
     {
         return QJsonDocument::fromJson(readFile(profile.filePath(file))).object();
     }
-    // Installed, on, and allowed on all sites (as Firefox 140 grants at install) in the files Firefox keeps.
+    // Installed and allowed on all sites (as Firefox 140 grants at install), in the file Firefox keeps that in.
     bool addOnReady() const
     {
-        for (const QJsonValue addOn : json("extensions.json").value("addons").toArray())
-            if (addOn["id"] == id && addOn["active"].toBool())
-                return json("extension-preferences.json")[id].toObject()["origins"].toArray().contains("<all_urls>");
-        return false;
+        return json("extension-preferences.json")[id].toObject()["origins"].toArray().contains("<all_urls>");
     }
 };
 
