@@ -71,15 +71,15 @@ install(FILES ${VIDORRA_ICON_SOURCE} DESTINATION ${VIDORRA_ICON_FOLDER}/scalable
 # The native messaging host manifests name the host by its absolute path:
 # they are written when installing, for the prefix installed to (a later
 # `--prefix`, or the package's /usr). Chromium and Google Chrome read theirs
-# in /etc (outside the prefix, under DESTDIR), Firefox in <prefix>/lib/mozilla
-# (/usr/lib/mozilla is where it looks).
+# in /etc, Firefox in /usr/lib/mozilla, the only system folder it looks in:
+# both outside the prefix (under DESTDIR), whatever the prefix is.
 if(APPLE)
     set(VIDORRA_CHROMIUM_HOST_FOLDERS "/Library/Application Support/Chromium/NativeMessagingHosts"
                                       "/Library/Google/Chrome/NativeMessagingHosts")
     set(VIDORRA_FIREFOX_HOST_FOLDER "/Library/Application Support/Mozilla/NativeMessagingHosts")
 else()
     set(VIDORRA_CHROMIUM_HOST_FOLDERS /etc/chromium/native-messaging-hosts /etc/opt/chrome/native-messaging-hosts)
-    set(VIDORRA_FIREFOX_HOST_FOLDER lib/mozilla/native-messaging-hosts)
+    set(VIDORRA_FIREFOX_HOST_FOLDER /usr/lib/mozilla/native-messaging-hosts)
 endif()
 set(VIDORRA_HOST_MANIFESTS)
 foreach(folder ${VIDORRA_CHROMIUM_HOST_FOLDERS})
@@ -101,6 +101,8 @@ foreach(pair ${VIDORRA_HOST_MANIFESTS})
         file(WRITE \"\${manifest}\" \"\${content}\")
         list(APPEND CMAKE_INSTALL_MANIFEST_FILES \"\${manifest}\")")
 endforeach()
+
+include(${CMAKE_CURRENT_LIST_DIR}/BrowserAddOn.cmake)
 
 # `cpack -G DEB`: the package of the same install, for /usr. Its Depends are
 # the tools the program drives (sox records through the sound server, pactl
@@ -124,7 +126,6 @@ set(CPACK_DEBIAN_PACKAGE_HOMEPAGE ${VIDORRA_HOMEPAGE})
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "yt-dlp, ffmpeg, sox, libsox-fmt-pulse, pulseaudio-utils, python3, gpgv")
 # Files in /etc are the administrator's (conffiles), as debhelper would mark them.
-set(VIDORRA_CONFFILES)
 foreach(folder ${VIDORRA_CHROMIUM_HOST_FOLDERS})
     string(APPEND VIDORRA_CONFFILES "${folder}/org.vidorra2.sniffer.json\n")
 endforeach()

@@ -21,6 +21,25 @@ const MEDIA_PATH = /\.(mp4|m4v|m4a|mov|webm|mkv|flv|avi|wmv|3gp|ogv|ogg|oga|opus
 const REPEAT_AFTER_MS = 30000;
 const sent = new Map(); // url + size -> when it was reported
 let port = null;
+let answered = false; // the host answered on this port
+
+// What the toolbar button says: a red "!" and what to do, or nothing to do.
+const ALL_SITES = { origins: ["<all_urls>"] };
+const PROBLEMS = {
+    sites: "Vidorra 2 Sniffer may not read the sites you visit, so it sees no video. " +
+        "Allow it on all sites in its permissions (Firefox: about:addons, Vidorra 2 Sniffer, Permissions), " +
+        "then reload the page.",
+    host: "Vidorra 2 Sniffer cannot reach Vidorra 2. In Vidorra 2, choose \"Connect the browser add-on\" " +
+        "in the help menu, then restart the browser.",
+};
+const FINE = "Vidorra 2 Sniffer: the videos this browser plays go to Vidorra 2's list.";
+let sitesAllowed = true;
+
+function show(problem) {
+    api.action.setBadgeBackgroundColor({ color: "#d00000" });
+    api.action.setBadgeText({ text: problem ? "!" : "" });
+    api.action.setTitle({ title: problem ? PROBLEMS[problem] : FINE });
+}
 
 function header(details, name) {
     const found = (details.responseHeaders || []).find((h) => h.name.toLowerCase() === name);
@@ -46,15 +65,41 @@ function mediaSize(details) {
     return details.statusCode === 200 && /^\d+$/.test(length) ? length : "";
 }
 
+function connect() {
+    port = api.runtime.connectNative(HOST);
+    answered = false;
+    port.onMessage.addListener((message) => {
+        if (message && message.host) {
+            answered = true;
+            show(sitesAllowed ? "" : "sites");
+        }
+    });
+    port.onDisconnect.addListener((gone) => {
+        const error = gone.error || api.runtime.lastError;
+        // Missing or refused before it answered: the button says so. Ended
+        // later: connect again next time.
+        if (!answered) {
+            console.error("Vidorra 2 Sniffer: no native messaging host " + HOST + ":", error ? error.message : "it ended");
+            show("host");
+        }
+        port = null;
+    });
+    // The host answers, and notes in the program's log a site permission taken away.
+    port.postMessage({ hello: api.runtime.getManifest().version, sites: sitesAllowed });
+}
+
 function send(message) {
-    if (!port) {
-        port = api.runtime.connectNative(HOST);
-        port.onDisconnect.addListener(() => {
-            void api.runtime.lastError; // the host is missing or ended: connect again next time
-            port = null;
-        });
-    }
+    if (!port)
+        connect();
     port.postMessage(message);
+}
+
+// At every start, and whenever the user changes the add-on's permissions.
+async function check() {
+    sitesAllowed = await api.permissions.contains(ALL_SITES);
+    if (port)
+        port.disconnect();
+    connect();
 }
 
 function onResponseStarted(details) {
@@ -82,3 +127,9 @@ api.webRequest.onResponseStarted.addListener(
     onResponseStarted,
     { urls: ["http://*/*", "https://*/*"], types: ["media", "object", "xmlhttprequest", "other"] },
     ["responseHeaders"]);
+api.permissions.onAdded.addListener(check);
+api.permissions.onRemoved.addListener(check);
+// Firefox starts an event page with the browser only for a listener of these.
+api.runtime.onStartup.addListener(() => {});
+api.runtime.onInstalled.addListener(() => {});
+check();

@@ -11,12 +11,15 @@ packages=(
     yt-dlp python3 gpgv gnupg
     xvfb xauth x11-utils imagemagick fonts-dejavu-core
     chromium
+    firefox-esr zip
     librsvg2-bin desktop-file-utils appstream xdotool dpkg-dev file
     clang libclang-rt-14-dev
     # Recording under Wayland (the ScreenCast portal, PipeWire, GStreamer) and its test desktop.
     libqt5dbus5 qtwayland5 gstreamer1.0-tools gstreamer1.0-pipewire gstreamer1.0-plugins-base
     gstreamer1.0-plugins-good pipewire wireplumber xdg-desktop-portal xdg-desktop-portal-wlr sway dbus grim
 )
+# Debian's npm, unless a Node.js of another source brings its own.
+command -v npm >/dev/null || packages+=(npm)
 
 missing=()
 for p in "${packages[@]}"; do
@@ -24,8 +27,17 @@ for p in "${packages[@]}"; do
     [[ "$status" == "install ok installed" ]] || missing+=("$p")
 done
 
+# web-ext, which the suite runs on the Firefox add-on: the version pinned in
+# package-lock.json, into node_modules (from npm's registry the first time).
+npm_tools() {
+    cd "$(dirname "$0")/.."
+    [[ node_modules/.package-lock.json -nt package-lock.json ]] || npm ci --no-audit --no-fund --loglevel=error
+    cd - >/dev/null
+}
+
 if [[ ${#missing[@]} -eq 0 ]]; then
     echo "All build, run and test dependencies are installed."
+    npm_tools
     exit 0
 fi
 
@@ -45,3 +57,4 @@ echo "Installing: ${missing[*]}"
 export DEBIAN_FRONTEND=noninteractive
 run_as_root apt-get update -q
 run_as_root apt-get install -y -q --no-install-recommends "${missing[@]}"
+npm_tools

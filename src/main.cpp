@@ -1,6 +1,6 @@
 #include <QApplication>
 
-#include "Sniffer/Log.h"
+#include "Platform/Log.h"
 #include "Sniffer/Sniffer.h"
 
 int main(int argc, char *argv[])

@@ -69,6 +69,11 @@ Message readMessage(const QByteArray &json, bool commandsAllowed)
             message.reason = QStringLiteral("unknown command");
         return message;
     }
+    if (!commandsAllowed && object.contains(QLatin1String("hello"))) {
+        message.kind = Message::Hello;
+        message.sitesAllowed = object.value(QLatin1String("sites")).toBool(true);
+        return message;
+    }
     const QString address = webAddress(object.value(QLatin1String("url")).toString(), &message.reason);
     if (address.isEmpty())
         return message;

@@ -21,17 +21,20 @@ struct Report
 // What one message turned out to be.
 struct Message
 {
-    enum Kind { Dropped, MediaReport, ShowList };
+    enum Kind { Dropped, MediaReport, ShowList, Hello };
     Kind kind = Dropped;
     Report report;
+    bool sitesAllowed = true; // Hello: whether the add-on may read the pages
     QString reason; // why it was dropped
 };
 
 // The longest message the program, the host and the command line take.
 constexpr int maxMessageBytes = 64 * 1024;
 
-// Reads one JSON object: a report {"url", "source", "size", "type"} or, when
-// `commandsAllowed`, the command {"command": "showSniffed"}. A report needs a
+// Reads one JSON object: a report {"url", "source", "size", "type"}; when
+// `commandsAllowed` (the program's socket), the command {"command":
+// "showSniffed"}; otherwise (from the browser) the add-on's greeting
+// {"hello": version, "sites": whether it may read the pages}. A report needs a
 // whole, non-negative size (a JSON number or decimal text) and an address
 // that is http, https or scheme-less with a host; anything else is dropped.
 Message readMessage(const QByteArray &json, bool commandsAllowed);

@@ -87,3 +87,8 @@ void Sniffer::onClickHelpItem()
         QMessageBox::information(this, QStringLiteral("Help"), item.caption);
     }
 }
+
+void Sniffer::showLogsFolder()
+{
+    QDesktopServices::openUrl(QUrl(QStringLiteral("file:///") + getApplicationDataFolder(QString())));
+}

@@ -7,6 +7,7 @@
 #include <QPushButton>
 #include <QTimer>
 
+#include "Feed/PageServer.h"
 #include "Sniffer/DownloadRules.h"
 #include "Sniffer/Sniffer.h"
 #include "Sniffer/SnifferQueue.h"
@@ -63,6 +64,9 @@ void Sniffer::setListPageView(int view)
 
 void Sniffer::runOldSniffer()
 {
+    // Back from the self-test: its page is no longer served.
+    if (testPageServer)
+        testPageServer->stop();
     setListPageView(0);
     showOldSniffer();
 }

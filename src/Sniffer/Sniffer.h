@@ -25,6 +25,7 @@ class QTimer;
 class QWidget;
 class AVFoundation;
 class SniffedDownload;
+class PageServer;
 class SniffServer;
 
 class Ui_Sniffer;
@@ -300,6 +301,7 @@ public:
     qint32 testUrlIndex = 0;
     qint64 lastPreviewPid = 0;
     SniffServer *sniffServer = nullptr; // reports from the browser add-on and vidorra2-sniff
+    PageServer *testPageServer = nullptr; // the self-test's page, while the test runs
 
     // Recorder
     AVFoundation *avFoundation = nullptr;

@@ -3,11 +3,13 @@
 #include <QDebug>
 #include <QDesktopServices>
 #include <QDir>
+#include <QFileInfo>
 #include <QLineEdit>
 #include <QMessageBox>
 #include <QProgressBar>
 #include <QUrl>
 
+#include "Feed/PageServer.h"
 #include "Sniffer/SniffedRules.h"
 #include "Sniffer/Sniffer.h"
 #include "ui_InsertURL.h"
@@ -85,10 +87,28 @@ void Sniffer::testSniffer()
         showErrorMessage(8, FlagError);
         return;
     }
+    // A page shipped beside the program (a name, no scheme) comes from a
+    // server on 127.0.0.1 while the test runs: the test needs no network.
+    QUrl url(address);
+    if (url.scheme().isEmpty()) {
+        const QFileInfo page(QCoreApplication::applicationDirPath() + QDir::separator() + address);
+        if (!testPageServer)
+            testPageServer = new PageServer(this);
+        const QString problem = !page.isFile() ? QStringLiteral("it is missing, reinstall Vidorra 2")
+                                : !testPageServer->serve(page.path()) ? testPageServer->errorString()
+                                                                      : QString();
+        if (!problem.isEmpty()) {
+            showPlainMessage(QMessageBox::Warning, QStringLiteral("Vidorra 2"),
+                             QStringLiteral("The self-test cannot show its page %1: %2")
+                                 .arg(QDir::toNativeSeparators(page.filePath()), problem));
+            return;
+        }
+        url = QUrl(testPageServer->address(page.fileName()));
+    }
     // The list page grows to show the test notice under the list.
     setListPageView(1);
     showOldSniffer();
-    QDesktopServices::openUrl(QUrl(address));
+    QDesktopServices::openUrl(url);
 }
 
 void Sniffer::mirelSetDefaultURL()

@@ -1,5 +1,5 @@
 #include "Sniffer/DownloadRules.h"
-#include "Sniffer/Log.h"
+#include "Platform/Log.h"
 #include "Sniffer/SniffedRules.h"
 #include "Sniffer/Sniffer.h"
 #include "Sniffer/SnifferQueue.h"

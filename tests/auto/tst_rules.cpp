@@ -10,7 +10,7 @@
 #include "Platform/Platform.h"
 #include "Platform/ScreenCast.h"
 #include "Sniffer/DownloadRules.h"
-#include "Sniffer/Log.h"
+#include "Platform/Log.h"
 #include "Sniffer/SniffedRules.h"
 #include "Sniffer/WindowRules.h"
 #include "TestSupport.h"

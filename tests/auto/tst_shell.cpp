@@ -1,6 +1,6 @@
 #include "Fiofostis/SniffedDownload.h"
 #include "Platform/Platform.h"
-#include "Sniffer/Log.h"
+#include "Platform/Log.h"
 #include "Sniffer/Sniffer.h"
 #include "TestSupport.h"
 #include "ui_InsertURL.h"

@@ -31,8 +31,14 @@ for manifest in "$root/dest/etc/chromium" "$usr/lib/mozilla"; do
     grep -q '"path": "/usr/lib/vidorra2/vidorra2-sniffer-host"' "$manifest/native-messaging-hosts/org.vidorra2.sniffer.json" ||
         fail "$manifest: no manifest naming the installed host"
 done
+# Firefox looks in /usr/lib/mozilla only, whatever the prefix.
+DESTDIR=$root/local timeout 120 cmake --install "$build" --prefix /usr/local >/dev/null || fail "cmake --install"
+grep -q '"path": "/usr/local/lib/vidorra2/vidorra2-sniffer-host"' "$root/local/usr/lib/mozilla/native-messaging-hosts/org.vidorra2.sniffer.json" ||
+    fail "/usr/local: no Firefox host manifest in /usr/lib/mozilla"
+rm -rf "$root/local"
+grep -q '"file:///usr/lib/vidorra2/vidorra2-sniffer.xpi"' "$usr/lib/vidorra2/firefox/policies.json" || fail "no Firefox policy"
 for tool in run launcher/update.py launcher/yt-dlp-signing-key.asc ffmpeg7_311 ffmpeg9_311 ffplay sox/sox sniffer.ini help/index.html extension/manifest.json \
-            vidorra2-sniffer-host vidorra2-sniff; do
+            vidorra2-sniffer.xpi testpage/index.html testpage/clip.webm vidorra2-sniffer-host vidorra2-sniff; do
     [[ -e $usr/lib/vidorra2/$tool ]] || fail "lib/vidorra2/$tool missing"
 done
 

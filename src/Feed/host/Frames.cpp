@@ -44,3 +44,10 @@ FrameRead readFrame(QIODevice &in, QByteArray *frame)
     }
     return FrameRead::Skipped;
 }
+
+bool writeFrame(QIODevice &out, const QByteArray &frame)
+{
+    const quint32 length = quint32(frame.size());
+    QByteArray bytes(reinterpret_cast<const char *>(&length), sizeof length);
+    return out.write(bytes + frame) == qint64(sizeof length) + frame.size();
+}

@@ -13,3 +13,6 @@ enum class FrameRead { Frame, Skipped, End };
 // read past and answered Skipped, so the next one is found; End comes at
 // the end of input, also in the middle of a frame.
 FrameRead readFrame(QIODevice &in, QByteArray *frame);
+
+// Writes `frame` to the browser, as a message to the add-on.
+bool writeFrame(QIODevice &out, const QByteArray &frame);

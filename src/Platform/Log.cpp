@@ -1,16 +1,13 @@
-#include "Sniffer/Log.h"
+#include "Platform/Log.h"
 
-#include <QDesktopServices>
 #include <QDir>
 #include <QFile>
 #include <QTextStream>
-#include <QUrl>
 
 #include <cstdio>
 
 #include "Platform/Platform.h"
 #include "Platform/PrivateFiles.h"
-#include "Sniffer/Sniffer.h"
 
 namespace Log {
 
@@ -43,6 +40,19 @@ QString dataFolder()
     return folder;
 }
 
+void append(QtMsgType type, const QString &message)
+{
+    // Opened and closed for every message, so a crash loses nothing that
+    // was already logged.
+    QFile file(QDir::toNativeSeparators(dataFolder() + fileName(QDate::currentDate())));
+    if (file.open(QIODevice::Append | QIODevice::WriteOnly)) {
+        if (file.size() == 0) // the log holds every typed address: the user's alone
+            file.setPermissions(QFile::ReadOwner | QFile::WriteOwner);
+        QTextStream out(&file);
+        out << line(type, message) << '\n';
+    }
+}
+
 } // namespace Log
 
 void myMessageHandler(QtMsgType type, const QMessageLogContext &, const QString &message)
@@ -51,19 +61,5 @@ void myMessageHandler(QtMsgType type, const QMessageLogContext &, const QString 
     FILE *console = (type == QtCriticalMsg || type == QtFatalMsg) ? stderr : stdout;
     std::fprintf(console, "%s\n", raw.constData());
     std::fflush(console);
-
-    // Opened and closed for every message, so a crash loses nothing that
-    // was already logged.
-    QFile file(QDir::toNativeSeparators(Log::dataFolder() + Log::fileName(QDate::currentDate())));
-    if (file.open(QIODevice::Append | QIODevice::WriteOnly)) {
-        if (file.size() == 0) // the log holds every typed address: the user's alone
-            file.setPermissions(QFile::ReadOwner | QFile::WriteOwner);
-        QTextStream out(&file);
-        out << Log::line(type, message) << '\n';
-    }
-}
-
-void Sniffer::showLogsFolder()
-{
-    QDesktopServices::openUrl(QUrl(QStringLiteral("file:///") + getApplicationDataFolder(QString())));
+    Log::append(type, message);
 }

@@ -17,4 +17,6 @@ QString fileName(const QDate &day);
 QString line(QtMsgType type, const QString &message);
 // The data folder, built afresh for every message and created when missing.
 QString dataFolder();
+// Adds the message's line to the day's log file (made 0600).
+void append(QtMsgType type, const QString &message);
 } // namespace Log
