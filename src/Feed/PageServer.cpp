@@ -35,6 +35,10 @@ QByteArray mediaType(const QString &name)
 PageServer::PageServer(QObject *parent)
     : QObject(parent)
 {
+    // Ten quiet minutes end the serving, should the list never be shown again.
+    quiet.setInterval(10 * 60 * 1000);
+    quiet.setSingleShot(true);
+    connect(&quiet, &QTimer::timeout, this, &PageServer::stop);
     connect(&server, &QTcpServer::newConnection, this, [this] {
         while (QTcpSocket *socket = server.nextPendingConnection()) {
             connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
