@@ -31,6 +31,7 @@
 #include "Platform/ScreenCast.h"
 
 #include <csignal>
+#include <fcntl.h>
 #include <unistd.h>
 #endif
 
@@ -430,10 +431,15 @@ void AVRecorder::grabVideo(QPoint pos)
     // all, it cannot grab this screen.
     connect(videoProcess, QOverload<int, QProcess::ExitStatus>::of(&QProcess::finished), this,
             &AVRecorder::videoGrabberFailed);
-    connect(videoProcess, &QProcess::errorOccurred, this, [this](QProcess::ProcessError error) {
-        if (error == QProcess::FailedToStart)
-            videoGrabberFailed();
-    });
+    // Queued: QProcess goes on using itself after telling it did not start,
+    // and ending the recording deletes it.
+    connect(
+        videoProcess, &QProcess::errorOccurred, this,
+        [this](QProcess::ProcessError error) {
+            if (error == QProcess::FailedToStart)
+                videoGrabberFailed();
+        },
+        Qt::QueuedConnection);
 }
 
 void AVRecorder::grabScreenCast(const QRect &region)
@@ -443,13 +449,24 @@ void AVRecorder::grabScreenCast(const QRect &region)
     screenCast = new Platform::ScreenCast(this);
     connect(screenCast, &Platform::ScreenCast::failed, this, &AVRecorder::endRecording);
     connect(screenCast, &Platform::ScreenCast::ready, this,
-            [this, region](int descriptor, quint32 node, QSize, QString token) {
+            [this, region](int descriptor, quint32 node, QSize size, QString token) {
                 if (!token.isEmpty() && token != screenCastToken) {
                     screenCastToken = token;
                     emit screenCastTokenChanged(token);
                 }
                 if (!recording) {
                     ::close(descriptor);
+                    return;
+                }
+                // The region lies on this screen; another one shared (of
+                // several) would give another picture, stretched.
+                if (size.isValid() && qAbs(qint64(size.width()) * screenHeight - qint64(size.height()) * screenWidth) >
+                                          qint64(size.height()) * screenWidth / 50) {
+                    ::close(descriptor);
+                    screenCastToken.clear(); // the next recording asks again
+                    emit screenCastTokenChanged(QString());
+                    endRecording(QStringLiteral("The desktop shared another screen than the one the region is on. "
+                                                "Share that screen when the desktop asks."));
                     return;
                 }
                 const QStringList cast = RecorderRules::screenCastArguments(
@@ -482,6 +499,7 @@ void AVRecorder::grabScreenCast(const QRect &region)
                         [this, cast, descriptor, pending] {
                             if (!std::exchange(*pending, false))
                                 return;
+                            ::fcntl(descriptor, F_SETFD, 0); // this child, and only it, inherits it
                             castProcess->start(QStringLiteral("gst-launch-1.0"), cast, QIODevice::ReadOnly);
                             // The child has its copy of the stream's connection.
                             ::close(descriptor);
@@ -490,18 +508,25 @@ void AVRecorder::grabScreenCast(const QRect &region)
                     if (std::exchange(*pending, false))
                         ::close(descriptor);
                 });
-                connect(castProcess, &QProcess::errorOccurred, this, [this](QProcess::ProcessError error) {
-                    if (error == QProcess::FailedToStart) {
-                        castSaid = castProcess->errorString();
-                        videoGrabberFailed();
-                    }
-                });
+                // Queued, as for the X11 grab.
+                connect(
+                    castProcess, &QProcess::errorOccurred, this,
+                    [this](QProcess::ProcessError error) {
+                        if (error == QProcess::FailedToStart && castProcess) {
+                            castSaid = castProcess->errorString();
+                            videoGrabberFailed();
+                        }
+                    },
+                    Qt::QueuedConnection);
                 connect(videoProcess, QOverload<int, QProcess::ExitStatus>::of(&QProcess::finished), this,
                         &AVRecorder::videoGrabberFailed);
-                connect(videoProcess, &QProcess::errorOccurred, this, [this](QProcess::ProcessError error) {
-                    if (error == QProcess::FailedToStart)
-                        videoGrabberFailed();
-                });
+                connect(
+                    videoProcess, &QProcess::errorOccurred, this,
+                    [this](QProcess::ProcessError error) {
+                        if (error == QProcess::FailedToStart)
+                            videoGrabberFailed();
+                    },
+                    Qt::QueuedConnection);
             });
     screenCast->open(screenCastToken);
 #else
@@ -516,9 +541,16 @@ void AVRecorder::finishVideo()
 #ifndef Q_OS_MACOS
     // gst-launch, run with "-e", ends its stream cleanly on an interrupt;
     // ffmpeg then finishes the file at the stream's end.
+    // Once only: a second interrupt ends gst-launch before its stream has.
+    // Not started yet, there is no stream to end: ffmpeg goes at once.
     if (castProcess) {
+        if (castProcess->property("interrupted").toBool())
+            return;
+        castProcess->setProperty("interrupted", true);
         if (castProcess->processId() > 0)
             ::kill(pid_t(castProcess->processId()), SIGINT);
+        else
+            videoProcess->terminate();
         return;
     }
 #endif

@@ -10,6 +10,9 @@
 #include <QDBusVariant>
 #include <QDebug>
 
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
 #include <unistd.h>
 
 namespace {
@@ -121,9 +124,14 @@ void ScreenCast::open(const QString &restoreToken)
                                          remote.error().message());
                                     return;
                                 }
-                                // dup() gives a descriptor without close-on-exec:
-                                // the grabbing child inherits it.
-                                const int descriptor = ::dup(remote.value().fileDescriptor());
+                                // Closed on exec until the grabbing child is
+                                // started: no other child gets the stream.
+                                const int descriptor = ::fcntl(remote.value().fileDescriptor(), F_DUPFD_CLOEXEC, 0);
+                                if (descriptor < 0) {
+                                    fail(QStringLiteral("The screen's stream could not be kept open: ") +
+                                         QString::fromLocal8Bit(std::strerror(errno)));
+                                    return;
+                                }
                                 emit ready(descriptor, node, size,
                                            started.value(QStringLiteral("restore_token")).toString());
                             });
