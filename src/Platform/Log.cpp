@@ -5,6 +5,8 @@
 #include <QTextStream>
 
 #include <cstdio>
+#include <fcntl.h>
+#include <unistd.h>
 
 #include "Platform/Platform.h"
 #include "Platform/PrivateFiles.h"
@@ -43,14 +45,19 @@ QString dataFolder()
 void append(QtMsgType type, const QString &message)
 {
     // Opened and closed for every message, so a crash loses nothing that
-    // was already logged.
-    QFile file(QDir::toNativeSeparators(dataFolder() + fileName(QDate::currentDate())));
-    if (file.open(QIODevice::Append | QIODevice::WriteOnly)) {
-        if (file.size() == 0) // the log holds every typed address: the user's alone
-            file.setPermissions(QFile::ReadOwner | QFile::WriteOwner);
-        QTextStream out(&file);
-        out << line(type, message) << '\n';
+    // was already logged. The log holds every typed address: it is the
+    // user's alone from its first byte.
+    const QString name = QDir::toNativeSeparators(dataFolder() + fileName(QDate::currentDate()));
+    const int descriptor = ::open(QFile::encodeName(name).constData(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
+    if (descriptor < 0)
+        return;
+    QFile file;
+    if (!file.open(descriptor, QIODevice::Append | QIODevice::WriteOnly, QFileDevice::AutoCloseHandle)) {
+        ::close(descriptor);
+        return;
     }
+    QTextStream out(&file);
+    out << line(type, message) << '\n';
 }
 
 } // namespace Log
