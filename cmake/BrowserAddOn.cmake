@@ -30,19 +30,23 @@ add_custom_command(OUTPUT ${VIDORRA_XPI}
 
 set(VIDORRA_TEST_PAGE ${VIDORRA_APP_DIR}/testpage)
 find_program(VIDORRA_FFMPEG ffmpeg)
+set(clip ${VIDORRA_TEST_PAGE}/clip.webm)
+set(make_clip COMMAND ${VIDORRA_FFMPEG} -nostdin -hide_banner -loglevel error -y
+    -f lavfi -i testsrc2=size=320x240:rate=25:duration=6 -f lavfi -i sine=frequency=440:duration=6
+    -c:v libvpx-vp9 -b:v 250k -deadline realtime -cpu-used 8 -c:a libopus -b:a 48k -shortest ${clip})
 if(NOT VIDORRA_FFMPEG)
-    message(FATAL_ERROR "ffmpeg not found: it makes the self-test's video (Debian: ffmpeg)")
+    # The page then says its video is missing; the rest of the program builds.
+    message(WARNING "ffmpeg not found: the self-test's page comes without its video (Debian: ffmpeg)")
+    set(make_clip "")
+    set(clip "")
 endif()
-add_custom_command(OUTPUT ${VIDORRA_TEST_PAGE}/clip.webm ${VIDORRA_TEST_PAGE}/index.html
+add_custom_command(OUTPUT ${VIDORRA_TEST_PAGE}/index.html ${clip}
     COMMAND ${CMAKE_COMMAND} -E make_directory ${VIDORRA_TEST_PAGE}
     COMMAND ${CMAKE_COMMAND} -E copy ${PROJECT_SOURCE_DIR}/deploy/testpage/index.html ${VIDORRA_TEST_PAGE}
-    COMMAND ${VIDORRA_FFMPEG} -nostdin -hide_banner -loglevel error -y
-            -f lavfi -i testsrc2=size=320x240:rate=25:duration=6 -f lavfi -i sine=frequency=440:duration=6
-            -c:v libvpx-vp9 -b:v 250k -deadline realtime -cpu-used 8 -c:a libopus -b:a 48k -shortest
-            ${VIDORRA_TEST_PAGE}/clip.webm
+    ${make_clip}
     DEPENDS ${PROJECT_SOURCE_DIR}/deploy/testpage/index.html
     COMMENT "Making the self-test's page and video" VERBATIM)
-add_custom_target(browser-addon ALL DEPENDS ${VIDORRA_XPI} ${VIDORRA_TEST_PAGE}/clip.webm)
+add_custom_target(browser-addon ALL DEPENDS ${VIDORRA_XPI} ${VIDORRA_TEST_PAGE}/index.html)
 
 install(FILES ${VIDORRA_XPI} DESTINATION ${VIDORRA_INSTALL_DIR})
 install(DIRECTORY ${VIDORRA_TEST_PAGE} DESTINATION ${VIDORRA_INSTALL_DIR})

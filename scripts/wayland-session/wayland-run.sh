@@ -30,7 +30,8 @@ esac
 [ -z "${VIDORRA_WAYLAND_NO_AID:-}" ] || aid=
 
 work=$(mktemp -d /tmp/vidorra-wayland.XXXXXX)
-trap 'rm -rf "$work"' EXIT INT TERM
+trap 'rm -rf "$work"' EXIT
+trap 'exit 130' INT TERM
 chmod 755 "$work"
 cp -R "$folder" "$work/app"
 cp "$here/session.sh" "$reaper" "$work/"
