@@ -427,6 +427,11 @@ void AVRecorder::grabVideo(QPoint pos)
              << "arguments"
              << ":" << arguments;
     videoProcess = startGrabber(progName, arguments, &AVRecorder::printVideoOutput, &AVRecorder::printVideoError);
+    watchVideoGrabber();
+}
+
+void AVRecorder::watchVideoGrabber()
+{
     // ffmpeg ends only when asked to; ending by itself, or not starting at
     // all, it cannot grab this screen.
     connect(videoProcess, QOverload<int, QProcess::ExitStatus>::of(&QProcess::finished), this,
@@ -508,7 +513,7 @@ void AVRecorder::grabScreenCast(const QRect &region)
                     if (std::exchange(*pending, false))
                         ::close(descriptor);
                 });
-                // Queued, as for the X11 grab.
+                // Queued, as for ffmpeg (watchVideoGrabber).
                 connect(
                     castProcess, &QProcess::errorOccurred, this,
                     [this](QProcess::ProcessError error) {
@@ -518,15 +523,7 @@ void AVRecorder::grabScreenCast(const QRect &region)
                         }
                     },
                     Qt::QueuedConnection);
-                connect(videoProcess, QOverload<int, QProcess::ExitStatus>::of(&QProcess::finished), this,
-                        &AVRecorder::videoGrabberFailed);
-                connect(
-                    videoProcess, &QProcess::errorOccurred, this,
-                    [this](QProcess::ProcessError error) {
-                        if (error == QProcess::FailedToStart)
-                            videoGrabberFailed();
-                    },
-                    Qt::QueuedConnection);
+                watchVideoGrabber();
             });
     screenCast->open(screenCastToken);
 #else

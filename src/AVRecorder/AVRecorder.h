@@ -132,6 +132,7 @@ public slots:
     // The video grabber ended without being asked to: the recording ends
     // with `error`.
     void videoGrabberFailed();
+    void watchVideoGrabber();
 
 protected:
     // The buttons and the hint keep their places as the user stretches the window.
